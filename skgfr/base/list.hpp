@@ -1,0 +1,20 @@
+// The vocabulary of intrusive lists. Knows nothing of what is on them.
+#pragma once
+
+#include "skgfr/records.h"
+
+namespace skgfr {
+
+/// Also the state of an element that is on no list.
+inline void make_empty(kgglk &head) { head.kgglknxt = head.kgglkprv = &head; }
+
+inline bool is_empty(const kgglk &head) { return head.kgglknxt == &head; }
+
+inline void push_back(kgglk &head, kgglk &element) {
+  element.kgglknxt = &head;
+  element.kgglkprv = head.kgglkprv;
+  head.kgglkprv->kgglknxt = &element;
+  head.kgglkprv = &element;
+}
+
+}  // namespace skgfr

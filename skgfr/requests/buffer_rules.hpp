@@ -1,0 +1,26 @@
+// What every buffer of a request has to be, alone or in a vector.
+#pragma once
+
+#include "skgfr/base/aligned_buffer.hpp"
+#include "skgfr/records.h"
+
+namespace skgfr {
+
+inline constexpr size_t longest_transfer = 1048576;
+
+inline bool is_length_allowed(const skgfrfib *fib, size_t length) {
+  if (length == 0 || length > longest_transfer) return false;
+  return fib->lblksiz_skgfrfib == 0 || length % fib->lblksiz_skgfrfib == 0;
+}
+
+inline bool is_aligned(const void *address) {
+  return reinterpret_cast<uintptr_t>(address) % sector_size == 0;
+}
+
+/// A detail word holds 32 bits; of a wider length or address it takes the low ones.
+inline ub4 low_word(size_t value) { return static_cast<ub4>(value); }
+inline ub4 low_word(const void *address) {
+  return static_cast<ub4>(reinterpret_cast<uintptr_t>(address));
+}
+
+}  // namespace skgfr

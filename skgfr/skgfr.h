@@ -1,0 +1,327 @@
+/* The file I/O layer: every operation with its contract.
+ *
+ * A client initialises one context (skgfrpini, skgfrsini), identifies a file (skgfifi), opens it
+ * (skgfofi), queues requests (skgfqio) and closes it (skgfcfi). Names are normalised by slnrm
+ * first, into 512 characters. Compiles as C11 (with _GNU_SOURCE) and as C++17; every function has C
+ * linkage.
+ *
+ * Threads: one thread at a time uses a context and the records opened through it; nothing is
+ * locked. Operations on different contexts and records do not disturb each other.
+ *
+ * Records: every operation that takes an slerc clears it on entry. On failure slercoer holds the
+ * code; "27041 (3), errno" below means: code 27041, first detail word 3, slercerrno = errno of the
+ * call that failed. Words and fields not mentioned are 0. A failed name normalisation is
+ * "27036 (code, n)": the normaliser's code in the first word, n in the second; slercerrno and the
+ * third word stay as the normaliser left them. A bad seal is "27050 (n, seal)": the seal found in
+ * the second word. A transfer that came up short without a system error reports slercerrno 0.
+ */
+#ifndef SKGFR_SKGFR_H
+#define SKGFR_SKGFR_H
+
+#include "skgfr/records.h"
+#include "sysl/sysl.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Sizes and capabilities ---- */
+
+/* The bytes to allocate for a record with its private extension; 0 for any other type. */
+size_t skgfrgsz(skgfrs type);
+
+/* 1 for skgfraGETNEXT and skgfraASYNCIO, 0 for everything else. */
+uword skgfrqib(skgfrctx *ctx, skgfra attribute);
+
+/* ---- Context ---- */
+
+/* First initialisation: lists, limits, the wake-up signal, the kernel asynchronous-I/O context, and
+ * three questions to the client ("cluster_database", "_enable_list_io",
+ * "_check_block_after_checksum").
+ *
+ * ctx: zeroed and filled. cidp: receives the process id. cbk, cbctx: the client's table and
+ * context, kept by reference; both may be null. A missing libaio is no error: requests are then
+ * synchronous. Fails with 27078 (1), errno, when the open-files limit, or 27032 (1), errno, when
+ * the file-size limit cannot be read; the context is then unusable. 27048 (the wake-up handler
+ * could not be registered) and 27049 (1 reading, 2 rewriting its action), errno, leave a context
+ * that is complete but for the wake-up signal.
+ */
+void skgfrpini(slerc *se, skgfrctx *ctx, skgfrwcx *cidp, const skgcb *cbk, skgcbctx *cbctx);
+
+/* Second initialisation: asks "filesystemio_options" and sets asynchronous and direct I/O on
+ * file-system files by the answer's first letter: A asynchronous, D direct, S both, else none.
+ * Uses the context's own table; the other arguments are ignored. Never fails. */
+void skgfrsini(slerc *se, skgfrctx *ctx, skgfrwcx *cidp, const skgcb *cbk, skgcbctx *cbctx);
+
+/* The same choice from an option word given directly (null: none); len is not used. Never fails. */
+void skgfrsetioparam(slerc *se, skgfrctx *ctx, text *iotype, ub4 len);
+
+/* Default of the option for a parameter manager: stores "none" in 6 bytes from allocmem through
+ * retval and 4 through len. Returns 0, or 1 without storing when there is no memory. */
+uword skgfrioparamcb(lrmctx *ctx, void **retval, uword *len, void *dctx, skgfrallocmem allocmem,
+                     void *memctx);
+
+/* Whether kernel asynchronous I/O completes on fd, by reading its first 512 bytes. FALSE after
+ * three waits of 10 seconds that stayed quiet or were interrupted. */
+boolean skgfr_aiosupported(skgfrctx *ctx, int fd);
+
+/* Whether an open descriptor of a file with this st_mode (0: not known) counts as direct I/O. */
+boolean skgfr_cfsdirectiofd(skgfrctx *ctx, int fd, mode_t mode);
+
+/* The extra open flags for a file: O_DIRECT or 0. mode is its st_mode (0: not known), flags its
+ * flags_skgfrfib. ctx may be null. */
+int skgfr_cfsdirectio(skgfrctx *ctx, const char *fname, mode_t mode, ub1 flags);
+
+/* The handler of the wake-up signal: does nothing; its arrival ends a blocking wait. */
+void skgfrsigwinch(sword sig, void *ctx);
+
+/* ---- Block 0 ---- */
+
+/* Builds block 0 in bp, blksiz zeroed bytes. fsiz: blocks behind block 0. ftyp: the file's skgfrf;
+ * skgfrfDCVT builds it in the other byte order. The old layout is built when the client asks for it
+ * or there is no callback table.
+ * Fails with 27044 (8), errno, when the old layout finds no memory; bp then holds the current one.
+ */
+void skgfrfhblk(slerc *se, skgfrctx *ctx, void *bp, ub4 fsiz, size_t blksiz, uword ftyp);
+
+/* Whether blen bytes at bp hold a valid header of either layout. ctx is not used. */
+boolean skgfrchkhdr0(skgfrctx *ctx, void *bp, size_t blen);
+
+/* The logical block size in bytes that the header at bp (44 bytes at least, 512 when checksums are
+ * kept) records. For skgfrfDCVT its byte order is swapped in place first; an old layout is
+ * converted in place. Fails with 27047 (7) and 0 on an invalid header. */
+dsize_t skgfrgbsz(slerc *se, skgfrctx *ctx, skgfrf ftype, void *bp);
+
+/* Rewrites an old-layout header in place into the current layout; the check value covers 512 bytes.
+ */
+void skgfrhblk_cvtpre10(skgfrctx *ctx, skgfrhblk *hbp);
+
+/* Builds the old-layout block p10bp, one whole block whose first 24 bytes are zero, from a current
+ * header. */
+void skgfrhblk_writepre10(skgfrctx *ctx, skgfrhblk *hbp, skgfrhblkv9 *p10bp);
+
+/* Swaps the byte order of every header field in place; in the old layout when the client answers
+ * "_xtts_allow_pre10" with a non-zero value. */
+void skgfrbcvt(skgfrctx *ctx, void *bp);
+
+/* Rewrites block 0 of an open file in the current layout from its information block. The file
+ * position moves behind block 0. Fails with 27050 (2, seal); 27044 (9), errno, no memory, or EINVAL
+ * when the file was identified without a block size; 27043 (6), errno, seek; 27044 (10), errno,
+ * write. */
+void skgfrupd_blk0_v10(slerc *se, skgfrctx *ctx, skgfriov *iov);
+
+/* The byte offset of block 1 of the named file, from its block 0. On failure all bits are set:
+ * 27036 (code, 7); 27037 (14), errno, stat; 27041 (8), errno, open; 27043 (3), errno, seek;
+ * 27047 (5), errno, short read; 27047 (6) invalid header; 27045 (7), errno, close. */
+size_t skgfgb1off(slerc *se, text *fnamep, size_t fnamel);
+
+/* ---- Identification and sizes ---- */
+
+/* Identifies the named file (fnamel bytes) and fills fib, for which the client has set type,
+ * logical block size and flags. The file is opened read-only for the call. Block 0 is read only
+ * when the block size is 0.
+ *
+ * skgfrrOK and skgfrrSZERR (with 27046 (1): the byte size is not a whole number of blocks) seal
+ * fib. skgfrrNOTFOUND and skgfrrERROR leave it unsealed: 27035 (block size, 2)     not a multiple
+ * of 512, or over 16384 27036 (code, 2)           name 27037 (3), errno          stat;
+ * skgfrrNOTFOUND for ENOENT only 27037 (5)                 a FIFO or a directory 27041 (2), errno
+ * open 27036 (12), errno         canonical name of a file on NFS 27037 (13), errno         stat of
+ * a directory above it 27054 (1)                 no mount directory; (2), errno: mount table; (3):
+ * mount options, after two alerts 27043 (2), errno          seek; 27047 (1), errno: short read;
+ * 27047 (2): invalid block 0 27045 (2), errno          close
+ */
+skgfrr skgfifi(slerc *se, skgfrctx *ctx, skgfrfib *fib, text *fnamep, size_t fnamel);
+
+/* Size of the named file or device in bytes. On failure all bits are set: 27036 (code, 10);
+ * 27037 (8), errno, stat; 27037 (4) FIFO or directory; 27041 (6), errno, open; 27072 (1), errno,
+ * the device's size cannot be found. */
+ub8 skgfgfsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel);
+
+/* Logical block size in bytes that block 0 of the named file records. On failure all bits are set:
+ * 27036 (code, 5); 27037 (7), errno, stat; 27041 (7), errno, open; 27043 (5), errno, seek;
+ * 27047 (3), errno, short read; 27047 (4) invalid header. With 27045 (6), errno, the close failed
+ * and the size is returned all the same. */
+size_t skgfglbsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf ftype);
+
+/* Raises the soft open-files limit to the hard one and sets the context's ceiling to 32 less, which
+ * is returned. maxneed is not used. Fails with 0 and 27074, errno (limit unreadable), 27075 (hard
+ * limit 32 or less) or 27076, errno (cannot be raised). */
+ub4 skgfrofl(slerc *se, skgfrctx *ctx, ub4 maxneed);
+
+/* ---- Device sizes ----
+ *
+ * These take a descriptor that stays the caller's, use no file position and no error record; errno
+ * is as the last failing call left it. A size of 0 bytes means unknown. */
+
+/* Size of a device: by its size request, by its raw binding, or by probing. */
+off64_t skgfgrs(sword fd);
+
+/* The same through res; always returns 0. */
+int skgfgrswpc(sword fd, off64_t *res);
+
+/* By the size request (BLKGETSIZE, linux/fs.h). 0, or -1 with *res untouched. */
+int skgfgrsbdev(int fd, off64_t *res);
+
+/* Of a raw device, by the block device it is bound to (RAW_GETBIND on /dev/rawctl). 0 or -1. */
+int skgfgrsraw(int fd, off64_t *res);
+
+/* Of the block device with these numbers. 0 or -1. */
+int skgfgrsbid(int major, int minor, off64_t *res);
+
+/* Opens the block device with these numbers read-only, found in /proc/partitions. A descriptor that
+ * the caller closes, or -1. */
+int skgfgrsobid(int major, int minor);
+
+/* By reading: doubles from 16 GiB until a read fails, then halves. 0 with errno EIO when 100 reads
+ * or the range of offsets do not suffice. */
+off64_t skgfgrsbs(sword fd);
+
+/* ---- Creation and resize ---- */
+
+/* Flags of skgfrcre. */
+enum {
+  skgfrcreNOHEADER = 0x01, /* no block 0 is written; the size is nblocks */
+  skgfrcreMKDIRS = 0x04    /* make missing directories, with permission bits 0700 */
+};
+
+/* Creates the named file, or takes over an existing device, with nblocks blocks of lblksiz bytes
+ * behind block 0. All ones: no length is set. Only block 0 is written; it is on stable storage on
+ * return. A file that this call created is removed again when it fails, but for a failing close.
+ *   27035 (block size, 1)     0, not a multiple of 512, or over 16384
+ *   27036 (code, 1)           name
+ *   27037 (1), errno          stat; (2): fstat of the new file
+ *   27038 (1)                 exists and is no device; (2), errno: appeared meanwhile
+ *   27044 (1), errno          no memory; (2): no memory for the old layout; (3): write; (4): length
+ *   27039 (3)                 over the file-size limit
+ *   27054 (0), errno          a directory could not be made
+ *   27040 (0), errno          creation, or the reopening for direct I/O
+ *   27041 (1), errno          opening the device
+ *   27042 (1)                 the device is too small
+ *   27043 (1), errno          seek
+ *   27045 (1), errno          close
+ */
+void skgfrcre(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type, size_t lblksiz,
+              ub4 nblocks, ub1 flags);
+
+/* Resizes an identified file to nblocks blocks behind block 0 (all ones: no length is set),
+ * rewrites block 0 and updates fib. A device only changes its recorded size. Not flushed. 27050 (7,
+ * seal)           27035 (0, 3) block size 0          27037 (9), errno, stat 27046 (2) the size is
+ * not a whole number of blocks 27039 (4)                 over the file-size limit 27041 (4), errno,
+ * open    27044 (5), errno, no memory; (6): for the old layout; (7): write 27043 (4), errno, seek
+ * 27059 (2), errno, length 27042 (2)                 the device does not reach the new last block;
+ * (3): it is too small 27045 (4), errno, close
+ */
+void skgfrsz(slerc *se, skgfrctx *ctx, skgfrfib *fib, ub4 nblocks);
+
+/* Recomputes the size of an identified file. 27050 (8, seal); 27035 (0, 4); 27037 (10), errno;
+ * 27046 (3); 27041 (5), errno; 27045 (5), errno. */
+void skgfrfb(slerc *se, skgfrctx *ctx, skgfrfib *fib);
+
+/* Makes the next count opens of and checked requests on the file fail; 65535 all of them, without
+ * end. 27050 (9, seal). */
+void skgfrser(slerc *se, skgfrctx *ctx, skgfrfib *fib, ub2 count);
+
+/* ---- Handles ---- */
+
+/* Flags of skgfofi. */
+enum {
+  skgfofiWRITE = 0x02,   /* read-write; else read-only */
+  skgfofiDSYNC = 0x04,   /* synchronous data writes */
+  skgfofiDSYNC2 = 0x08,  /* the same */
+  skgfofiNOMIRROR = 0x20 /* call skgfrersr on the handle */
+};
+
+/* Opens an identified file into iov, which is closed first when it is open. inmaxaio: asynchronous
+ * requests wanted at once. Retries EIO every second, five times, and reports that through the
+ * client's trace.
+ *   27050 (1, seal)           27051 (1) forced failure           27077 open-file ceiling reached
+ *   27092 (limit, needed)     over the file-size limit, in blocks
+ *   27045 (3), errno          closing the previous file
+ *   27041 (3), errno, open    27060, errno, close-on-exec
+ * The first four leave iov as it was; after the others it is not open.
+ */
+void skgfofi(slerc *se, skgfrctx *ctx, skgfrfib *fib, skgfriov *iov, uword inmaxaio, ub4 flags);
+
+/* Closes a handle; a file not written synchronously is flushed first.
+ *   27050 (2, seal)
+ *   27073 (outstanding)       asynchronous requests; the handle stays open and is marked
+ *   27052 (1), errno          the flush failed; the handle is closed nevertheless
+ *   27045 (3), errno          the close failed; the handle stays as it is
+ */
+void skgfcfi(slerc *se, skgfrctx *ctx, skgfriov *iov);
+
+/* Locks the whole file, shared or exclusive, without waiting. A read-only handle takes a shared
+ * lock in either case. The lock ends with skgfrlk or with any close of the file in this process.
+ *   27050 (11, seal)          27088 (10), errno, access mode     27087 (9) shared on write-only
+ *   27086 (8, pid)            held by another process; (9, errno of the query); (10): no holder;
+ *                             slercerrno is that of the refusal
+ */
+void skgfglk(slerc *se, skgfrctx *ctx, skgfriov *iov, boolean share);
+
+/* Releases the lock. 27050 (12, seal); 27089 (11), errno. */
+void skgfrlk(slerc *se, skgfrctx *ctx, skgfriov *iov);
+
+/* Flushes what was written, unless writes are synchronous. 27050 (3, seal); 27052 (2), errno. */
+void skgfsync(slerc *se, skgfrctx *ctx, skgfriov *iov);
+
+/* How a vectored request is best presented. 27050 (6, seal); 27057: an asynchronous question on a
+ * synchronous handle; 27058: no such question; each with skgfrnMEMCPY. */
+skgfrn skgfask(slerc *se, skgfrctx *ctx, skgfriov *iov, skgfrq question);
+
+/* Whether the handle's file is mirrored: always FALSE. Clears bit 0 of its flags_skgfrsfib; se is
+ * not touched. */
+boolean skgfrersr(slerc *se, skgfrctx *ctx, skgfriov *iov);
+
+/* ---- Deletion ---- */
+
+/* Deletes the named file; a device is left alone, with skgfrrOK. type is not used. skgfrrNOTFOUND
+ * when there is none; skgfrrERROR otherwise: 27036 (code, 4); 27037 (6), errno, stat; 27056, errno,
+ * unlink. */
+skgfrr skgfrdel(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type);
+
+/* Deletes a directory, or only the link when the name is a link to one. 27036 (code, 11);
+ * 27037 (11), errno, stat (skgfrrNOTFOUND for ENOENT); 27037 (12) no directory; 27093, errno,
+ * rmdir; 27056, errno, unlink of the link. */
+skgfrr skgfrddel(slerc *se, text *dest, size_t destl);
+
+/* ---- Requests ---- */
+
+/* Flags of skgfqio and skgfrvldtrq. */
+enum {
+  skgfqioASYNC = 0x01,  /* submit; completions are collected later */
+  skgfqioVECTOR = 0x02, /* every request carries a buffer vector */
+  skgfqioREAD = 0x04,   /* read into the buffers; else write from them */
+  skgfqioPREPARE = 0x10 /* prepare control blocks also without skgfqioASYNC */
+};
+
+/* Performs every request on the list headed by reqhdr, in order. Returns 0 when all of them
+ * completed, else 1; each request's status block tells its own outcome and points to its own error
+ * record. The list, records and buffers stay the client's. Besides what skgfrvldtrq refuses:
+ *   27067 (1, length), 27068 (1, address)          a vector's buffer, BADREQ
+ *   27066 (buffers, 128)                           a vector too long for unchecked requests, BADREQ
+ *   27071 (block), errno                           seek, IOERROR
+ *   27072 (3 vectored or 4 plain, block, bytes), errno   transfer failed or short, IOERROR
+ *   27070 (1, block), ENOSYS                       asynchronous submission is not available,
+ * IOERROR
+ */
+uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags);
+
+/* Examines requests from *req on until req_num are accepted into valid or the list ends; *nval is
+ * their count and *req the next request to examine, null at the end. When aio_array is not null
+ * each accepted request's control block is prepared and stored at the same index. Returns TRUE when
+ * a request was refused. Refusals, BADREQ but for the second: 27050 (10, file seal, handle seal)
+ * slercerrno unchanged 27051 (2)                            simulated failure, IOERROR 27064
+ * asynchronous, on a synchronous handle 27065                                asynchronous, with a
+ * vector 27066 (buffers, most)                vector too long 27067 (2, length) 0, not a whole
+ * number of blocks, or over 1 MiB 27068 (2, address)                   not aligned to 512; (3,
+ * address): block size unknown and not block 1 27069 (block, count, last block)     out of bounds;
+ * slercerrno unchanged
+ */
+boolean skgfrvldtrq(kgglk *reqhdr, ub4 flags, skgfrctx *ctx, ub4 req_num, skgfrrq **req,
+                    skgfrrq **valid, aiocb64 **aio_array, ub4 *nval);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
