@@ -1,0 +1,152 @@
+#include "tests/support/layer.hpp"
+
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace support {
+
+namespace {
+
+size_t remember(skgcbctx *, const char *format, ...) {
+  char line[1024];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  client().lines.emplace_back(line);
+  return 0;
+}
+
+boolean answer(skgcbctx *, const text *name, uword *, void *pval, text **pstr, const text *defstr,
+               const size_t defval) {
+  const std::string key = reinterpret_cast<const char *>(name);
+  if (key == "filesystemio_options" && !client().io_options.empty()) {
+    *pstr = txt(client().io_options);
+    *static_cast<uword *>(pval) = static_cast<uword>(client().io_options.size());
+    return TRUE;
+  }
+  for (const auto &[known, value] : client().numbers) {
+    if (known != key) continue;
+    *static_cast<uword *>(pval) = value;
+    return TRUE;
+  }
+  if (defstr) *pstr = const_cast<text *>(defstr);
+  if (defval) *static_cast<uword *>(pval) = static_cast<uword>(defval);
+  return FALSE;
+}
+
+ub2 sum_words(void *bp, size_t len) {
+  ub2 sum = 0;
+  for (size_t at = 0; at < len; at += 2) {
+    ub2 word;
+    std::memcpy(&word, static_cast<char *>(bp) + at, 2);
+    sum ^= word;
+  }
+  return sum;
+}
+
+boolean wants_old_layout() { return client().old_layout; }
+
+}  // namespace
+
+Client &client() {
+  static Client the_client;
+  return the_client;
+}
+
+const skgcb client_table = {remember, remember,  nullptr,          answer,  nullptr,
+                            nullptr,  nullptr,   nullptr,          nullptr, nullptr,
+                            nullptr,  sum_words, wants_old_layout, nullptr};
+
+Context::Context(const skgcb *table) {
+  skgfrwcx wait;
+  skgfrpini(&se, &ctx_, &wait, table, nullptr);
+  if (se.slercoer == 0) skgfrsini(&se, &ctx_, &wait, table, nullptr);
+}
+
+Context::~Context() {
+  if (ctx_.ioctx_skgfrctx) syscall(SYS_io_destroy, ctx_.ioctx_skgfrctx);
+}
+
+testing::AssertionResult is(const slerc &se, const Expected &expected) {
+  const bool equal = se.slercoer == expected.code && se.slercerrno == expected.error &&
+                     std::memcmp(se.slercose, expected.words, sizeof se.slercose) == 0;
+  if (equal) return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << "found " << se.slercoer << " errno " << se.slercerrno << " (" << se.slercose[0] << ", "
+         << se.slercose[1] << ", " << se.slercose[2] << "), expected " << expected.code << " errno "
+         << expected.error << " (" << expected.words[0] << ", " << expected.words[1] << ", "
+         << expected.words[2] << ")";
+}
+
+slerc dirty() {
+  slerc se;
+  std::memset(&se, 0x5A, sizeof se);
+  return se;
+}
+
+int open_descriptors() {
+  int count = 0;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    count += !entry.path().empty();
+  }
+  return count - 1;  // the folder itself
+}
+
+TempDir::TempDir(const std::string &parent) : path_(parent + "/vdprep-test-XXXXXX") {
+  if (!mkdtemp(path_.data())) std::abort();
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempDir::file(const std::string &name, size_t size, char fill) const {
+  std::ofstream(path(name), std::ios::binary) << std::string(size, fill);
+  return path(name);
+}
+
+std::string contents(const std::string &path, size_t size, off64_t offset) {
+  std::ifstream in(path, std::ios::binary);
+  in.seekg(offset);
+  std::string all;
+  char chunk[4096];
+  while (all.size() < size && in) {
+    in.read(chunk, static_cast<std::streamsize>(std::min(sizeof chunk, size - all.size())));
+    all.append(chunk, static_cast<size_t>(in.gcount()));
+  }
+  return all;
+}
+
+LoopDevice::LoopDevice(const std::string &file, int sector_size) {
+  const std::string command =
+      "losetup --find --show --sector-size " + std::to_string(sector_size) + " " + file + " 2>&1";
+  FILE *const pipe = popen(command.c_str(), "r");
+  char line[256] = "";
+  const bool answered = pipe && std::fgets(line, sizeof line, pipe);
+  const bool attached = pipe && pclose(pipe) == 0 && answered;
+  if (attached) path_ = std::string(line, std::strcspn(line, "\n"));
+}
+
+LoopDevice::~LoopDevice() {
+  if (path_.empty()) return;
+  if (std::system(("losetup --detach " + path_).c_str()) != 0) std::perror("losetup --detach");
+}
+
+LayerTest::LayerTest() {
+  for (const char *name : {"TARVEX_HOME", "TARVEX_SID", "TARVEX_PATH"}) unsetenv(name);
+  client() = Client{};
+  fault_reset();
+}
+
+LayerTest::~LayerTest() { fault_reset(); }
+
+}  // namespace support

@@ -1,0 +1,118 @@
+// What the tests of the layer and the tool share: clients, records of the exact size, error checks,
+// temporary folders, loop devices.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "skgfr/skgfr.h"
+#include "tests/support/faults.h"
+
+namespace support {
+
+/// A record with its private extension, in exactly the bytes that the layer asks for.
+template <class Public, skgfrs kind>
+class Record {
+ public:
+  Record() : record_(static_cast<Public *>(std::calloc(1, skgfrgsz(kind))), std::free) {}
+  Public *operator->() const { return record_.get(); }
+  operator Public *() const { return record_.get(); }  // NOLINT: stands for the pointer
+
+ private:
+  std::unique_ptr<Public, void (*)(void *)> record_;
+};
+using Fib = Record<skgfrfib, skgfrsFIB>;
+using Iov = Record<skgfriov, skgfrsIOV>;
+using Iosb = Record<skgfriosb, skgfrsISB>;
+
+/// The extensions, found by the layout rule and not by the layer's own helper.
+inline skgfrsfib *priv(skgfrfib *fib) { return reinterpret_cast<skgfrsfib *>(fib + 1); }
+inline skgfrsiov *priv(skgfriov *iov) { return reinterpret_cast<skgfrsiov *>(iov + 1); }
+inline skgfrsisb *priv(skgfriosb *iosb) { return reinterpret_cast<skgfrsisb *>(iosb + 1); }
+
+inline text *txt(const std::string &name) {
+  return reinterpret_cast<text *>(const_cast<char *>(name.c_str()));
+}
+
+/// A client whose answers a test chooses and whose alerts and traces it can read.
+struct Client {
+  std::vector<std::pair<std::string, uword>> numbers;  // parameters it knows
+  std::string io_options;                              // "filesystemio_options"; empty: not known
+  bool old_layout = false;
+  std::vector<std::string> lines;  // alerts and traces as they came
+};
+
+/// The client that the callbacks answer for; one test at a time.
+Client &client();
+extern const skgcb client_table;
+
+/// An initialised context for the client above; its kernel context goes with it.
+class Context {
+ public:
+  explicit Context(const skgcb *table = &client_table);
+  ~Context();
+  Context(const Context &) = delete;
+  Context &operator=(const Context &) = delete;
+  skgfrctx *operator->() { return &ctx_; }
+  operator skgfrctx *() { return &ctx_; }  // NOLINT: stands for the pointer
+  slerc se{};                              // of the initialisation
+
+ private:
+  skgfrctx ctx_;
+};
+
+/// Every field of an error record but the parameters, as a failed operation must leave it.
+struct Expected {
+  eword code;
+  int error = 0;
+  ub4 words[3] = {0, 0, 0};
+};
+testing::AssertionResult is(const slerc &se, const Expected &expected);
+
+/// A record full of leftovers, to prove that operations clear it.
+slerc dirty();
+
+int open_descriptors();
+
+/// A folder that goes with everything in it.
+class TempDir {
+ public:
+  explicit TempDir(const std::string &parent = "/tmp");
+  ~TempDir();
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+  std::string path(const std::string &name) const { return path_ + "/" + name; }
+  /// A file of so many bytes that all hold `fill`.
+  std::string file(const std::string &name, size_t size, char fill = 'x') const;
+
+ private:
+  std::string path_;
+};
+
+std::string contents(const std::string &path, size_t size = ~size_t{0}, off64_t offset = 0);
+
+/// A loop device over a file; empty where the system refuses one.
+class LoopDevice {
+ public:
+  LoopDevice(const std::string &file, int sector_size);
+  ~LoopDevice();
+  LoopDevice(const LoopDevice &) = delete;
+  LoopDevice &operator=(const LoopDevice &) = delete;
+  const std::string &path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// The test of one row starts from nothing armed, and no environment variable decides about names.
+class LayerTest : public testing::Test {
+ protected:
+  LayerTest();
+  ~LayerTest() override;
+};
+
+}  // namespace support
