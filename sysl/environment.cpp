@@ -79,5 +79,5 @@ sword slzsetevar(slerc *se, const text *name, size_t namel, const text *value, s
     fail_code_only(se, sites::environment_bad_call);
     return 0;
   }
-  return 1;  // the entry belongs to the environment from here on
+  return 1;  // the entry belongs to the environment now; NOLINT(clang-analyzer-unix.Malloc)
 }

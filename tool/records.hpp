@@ -1,10 +1,10 @@
 // The records that one run of the tool owns: allocated zeroed, freed once, in order.
 #pragma once
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "skgfr/base/aligned_buffer.hpp"
 #include "skgfr/skgfr.h"
 
 namespace vdprep {
@@ -19,7 +19,7 @@ class Records {
   Records &operator=(const Records &) = delete;
   ~Records() {
     std::free(block0buf);
-    std::free(skgfr);
+    std::free(context);
     std::free(iov);
     std::free(fib);
     std::free(waitcx);
@@ -27,13 +27,9 @@ class Records {
   }
 
   /// Where block 0 is built in its area.
-  void *block0() const {
-    const uintptr_t address = reinterpret_cast<uintptr_t>(block0buf);
-    return reinterpret_cast<void *>((address + area_alignment - 1) &
-                                    ~uintptr_t{area_alignment - 1});
-  }
+  void *block0() const { return skgfr::align_up(block0buf, area_alignment); }
 
-  skgfrctx *skgfr = nullptr;
+  skgfrctx *context = nullptr;
   skgfrwcx *waitcx = nullptr;
   skgfriov *iov = nullptr;
   skgfrfib *fib = nullptr;

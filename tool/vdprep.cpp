@@ -86,7 +86,7 @@ Status allocate_named(Record *&record, size_t size, const char *name) {
 
 Status allocate_records(Run &run) {
   Records &records = run.records;
-  const bool context = allocate(records.skgfr, sizeof(skgfrctx));
+  const bool context = allocate(records.context, sizeof(skgfrctx));
   const bool wait_context = allocate(records.waitcx, sizeof(skgfrwcx));
   if (!context || !wait_context) {
     slzprintf("vdprep: Unable to allocate %d/%d for ctx\n", static_cast<int>(sizeof(skgfrctx)),
@@ -102,14 +102,14 @@ Status allocate_records(Run &run) {
 Status initialise(Run &run) {
   Records &records = run.records;
   run.begin();
-  skgfrpini(&run.se, records.skgfr, records.waitcx, &vdprep_skgcb, run.callback_context());
+  skgfrpini(&run.se, records.context, records.waitcx, &vdprep_skgcb, run.callback_context());
   if (run.failed()) {
     slzprintf("vdprep: failure at context init\n");
     return run.report("skgfrpini");
   }
   *records.waitcx = skgfrwcx{};
   run.begin();
-  skgfrsini(&run.se, records.skgfr, records.waitcx, &vdprep_skgcb, run.callback_context());
+  skgfrsini(&run.se, records.context, records.waitcx, &vdprep_skgcb, run.callback_context());
   if (run.failed()) {
     slzprintf("vdprep: failure at context sinit\n");
     return run.report("skgfrsini");
@@ -120,7 +120,7 @@ Status initialise(Run &run) {
 /// A size that cannot be found shows again, with its reason, when the file is identified.
 Status measure(Run &run) {
   run.begin();
-  run.size = skgfgfsz(&run.se, run.records.skgfr, run.name, run.name_length);
+  run.size = skgfgfsz(&run.se, run.records.context, run.name, run.name_length);
   return done;
 }
 
@@ -128,7 +128,7 @@ Status identify(Run &run, const char *unexpected_message) {
   skgfrr result = skgfrrINTERRUPT;
   while (result == skgfrrINTERRUPT) {
     run.begin();
-    result = skgfifi(&run.se, run.records.skgfr, run.records.fib, run.name, run.name_length);
+    result = skgfifi(&run.se, run.records.context, run.records.fib, run.name, run.name_length);
   }
   if (result == skgfrrOK) return done;
   if (result == skgfrrNOTFOUND) {
@@ -141,7 +141,7 @@ Status identify(Run &run, const char *unexpected_message) {
 
 Status open(Run &run) {
   run.begin();
-  skgfofi(&run.se, run.records.skgfr, run.records.fib, run.records.iov, 0,
+  skgfofi(&run.se, run.records.context, run.records.fib, run.records.iov, 0,
           skgfofiWRITE | skgfofiDSYNC2);
   if (!run.failed()) return done;
   slzprintf("vdprep: failure at open\n");
@@ -162,7 +162,7 @@ Status open_plain(Run &run, size_t block_size, const char *unexpected_message) {
 /// Closes the file; false when that failed.
 bool close(Run &run) {
   run.begin();
-  skgfcfi(&run.se, run.records.skgfr, run.records.iov);
+  skgfcfi(&run.se, run.records.context, run.records.iov);
   return !run.failed();
 }
 
@@ -172,7 +172,7 @@ bool resize(Run &run, ub8 new_size) {
   const ub8 blocks = new_size / plain_block_size;
   if (run.size == unknown_size || blocks > skgfrUNKNOWN) return false;
   run.begin();
-  skgfrsz(&run.se, run.records.skgfr, run.records.fib, static_cast<ub4>(blocks));
+  skgfrsz(&run.se, run.records.context, run.records.fib, static_cast<ub4>(blocks));
   return !run.failed();
 }
 
@@ -205,8 +205,8 @@ Status build_header(Run &run) {
 
   const ub4 blocks = static_cast<ub4>(run.size / block_size);
   run.begin();
-  skgfrfhblk(&run.se, run.records.skgfr, run.records.block0(), blocks ? blocks - 1 : 0, block_size,
-             run.file_type->type);
+  skgfrfhblk(&run.se, run.records.context, run.records.block0(), blocks ? blocks - 1 : 0,
+             block_size, run.file_type->type);
   if (!run.failed()) return done;
   slzprintf("vdprep: failure initializing the header block\n");
   return run.report("skgfrfhblk");
@@ -225,7 +225,7 @@ Status write_header(Run &run) {
 
   run.begin();
   run.records.iostat->slerc_skgfriosb = &run.se;
-  if (skgfqio(run.records.skgfr, &requests, effectless_queue_flag | skgfqioPREPARE) == 0) {
+  if (skgfqio(run.records.context, &requests, effectless_queue_flag | skgfqioPREPARE) == 0) {
     return done;
   }
   slzprintf("vdprep: Unexpected error queueing IO\n");

@@ -13,6 +13,12 @@ namespace skgfr {
 /// What direct I/O asks of addresses, lengths and offsets, in bytes.
 inline constexpr size_t sector_size = 512;
 
+/// The first address from memory on that is a multiple of alignment, a power of two.
+inline void *align_up(void *memory, size_t alignment) {
+  const size_t past = reinterpret_cast<uintptr_t>(memory) & (alignment - 1);
+  return static_cast<char *>(memory) + (past ? alignment - past : 0);
+}
+
 /// A zeroed buffer at a multiple of 512. Empty, with errno set, when there is no memory.
 class AlignedBuffer {
  public:
@@ -28,10 +34,7 @@ class AlignedBuffer {
 
   explicit operator bool() const { return memory_ != nullptr; }
 
-  void *data() const {
-    const uintptr_t address = reinterpret_cast<uintptr_t>(memory_);
-    return reinterpret_cast<void *>((address + sector_size - 1) & ~uintptr_t{sector_size - 1});
-  }
+  void *data() const { return align_up(memory_, sector_size); }
 
  private:
   void *memory_;

@@ -17,13 +17,14 @@ using namespace skgfr;
 
 constexpr ub4 cluster_file_system = 0xA156F7EB;
 
-/// The first letter of an option word and what it turns on; any other letter turns on nothing.
+/// The first letter of an option word, in either case, and what it turns on; any other turns on
+/// nothing.
 struct OptionLetter {
-  char letter;
+  text letter;
   ub4 flags;
 };
 constexpr OptionLetter option_letters[] = {
-    {'A', skgfrcASYNC}, {'D', skgfrcDIRECT}, {'S', skgfrcASYNC | skgfrcDIRECT}, {'N', 0}};
+    {'a', skgfrcASYNC}, {'d', skgfrcDIRECT}, {'s', skgfrcASYNC | skgfrcDIRECT}, {'n', 0}};
 
 bool has(const skgfrctx *ctx, ub4 flag) { return ctx && (ctx->flags_skgfrctx & flag); }
 
@@ -35,9 +36,9 @@ ub4 magic(const struct statfs64 &system) { return static_cast<ub4>(system.f_type
 void skgfr::set_io_options(skgfrctx *ctx, const text *word) {
   ctx->flags_skgfrctx &= ~ub4{skgfrcASYNC | skgfrcDIRECT};
   if (!word) return;
+  constexpr text case_bit = 0x20;  // in which the two cases of an ASCII letter differ
   for (const OptionLetter &option : option_letters) {
-    const bool lower = word[0] == option.letter - 'A' + 'a';
-    if (lower || word[0] == option.letter) ctx->flags_skgfrctx |= option.flags;
+    if ((word[0] | case_bit) == option.letter) ctx->flags_skgfrctx |= option.flags;
   }
 }
 

@@ -92,12 +92,11 @@ bool mount_directory(slerc *se, Path &path, dev_t device) {
 }
 
 /// The first number anywhere behind the keyword; -1 when either is missing.
-int value_of(const char *options, const char *keyword) {
+long value_of(const char *options, const char *keyword) {
   const char *const found = std::strstr(options, keyword);
-  if (!found) return -1;
-  const char *const digits = std::strpbrk(found + std::strlen(keyword), "0123456789");
-  int value = -1;
-  return digits && std::sscanf(digits, "%9d", &value) == 1 ? value : -1;
+  const char *const digits =
+      found ? std::strpbrk(found + std::strlen(keyword), "0123456789") : nullptr;
+  return digits ? std::strtol(digits, nullptr, 10) : -1;
 }
 
 bool options_are_safe(const char *options, bool cluster) {

@@ -51,7 +51,7 @@ struct PartitionName {
 /// Whether a line of the list names the device; headings and empty lines do not parse.
 bool matches(const char *line, const DeviceNumber &wanted, PartitionName &name) {
   DeviceNumber found{};
-  const int fields =
+  const int fields =  // NOLINTNEXTLINE(cert-err34-c): the kernel writes the numbers
       std::sscanf(line, "%d %d %*u %100s", &found.major_number, &found.minor_number, name.chars);
   return fields == 3 && found == wanted;
 }
