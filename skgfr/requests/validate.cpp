@@ -40,7 +40,7 @@ struct Examined {
 };
 
 bool check_seals(const Examined &it) {
-  const ub4 file_seal = it.target.file->seal_skgfrsfib;
+  const ub4 file_seal = it.target.file ? it.target.file->seal_skgfrsfib : 0;
   const ub4 handle_seal = it.target.handle->seal_skgfrsiov;
   if (file_seal == skgfrSEAL && handle_seal == skgfrSEAL) return true;
   return it.refuse_keep(sites::request_seal, file_seal, handle_seal);
