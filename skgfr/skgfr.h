@@ -6,7 +6,8 @@
  * linkage.
  *
  * Threads: one thread at a time uses a context and the records opened through it; nothing is
- * locked. Operations on different contexts and records do not disturb each other.
+ * locked. Initialisation and the first normalisation of a name fill what the process keeps (the
+ * signal registry, the search list, libaio's entry points), so one thread does these first.
  *
  * Records: every operation that takes an slerc clears it on entry. On failure slercoer holds the
  * code; "27041 (3), errno" below means: code 27041, first detail word 3, slercerrno = errno of the
@@ -41,10 +42,13 @@ uword skgfrqib(skgfrctx *ctx, skgfra attribute);
  *
  * ctx: zeroed and filled. cidp: receives the process id. cbk, cbctx: the client's table and
  * context, kept by reference; both may be null. A missing libaio is no error: requests are then
- * synchronous. Fails with 27078 (1), errno, when the open-files limit, or 27032 (1), errno, when
- * the file-size limit cannot be read; the context is then unusable. 27048 (the wake-up handler
- * could not be registered) and 27049 (1 reading, 2 rewriting its action), errno, leave a context
- * that is complete but for the wake-up signal.
+ * synchronous. Fails, with a context that cannot be used, with
+ *   27078 (1), errno   the open-files limit cannot be read
+ *   27032 (1), errno   the file-size limit cannot be read
+ * and, with a context that is complete but for the wake-up signal, with
+ *   27048              the signal's handler could not be registered
+ *   27049 (1), errno   its action cannot be read
+ *   27049 (2), errno   its action cannot be changed
  */
 void skgfrpini(slerc *se, skgfrctx *ctx, skgfrwcx *cidp, const skgcb *cbk, skgcbctx *cbctx);
 
@@ -104,62 +108,102 @@ void skgfrhblk_writepre10(skgfrctx *ctx, skgfrhblk *hbp, skgfrhblkv9 *p10bp);
  * "_xtts_allow_pre10" with a non-zero value. */
 void skgfrbcvt(skgfrctx *ctx, void *bp);
 
-/* Rewrites block 0 of an open file in the current layout from its information block. The file
- * position moves behind block 0. Fails with 27050 (2, seal); 27044 (9), errno, no memory, or EINVAL
- * when the file was identified without a block size; 27043 (6), errno, seek; 27044 (10), errno,
- * write. */
+/* Rewrites block 0 of an open file in the current layout from its information block.
+ *
+ * The file position moves behind block 0. Nothing is flushed. Fails with
+ *   27050 (2, seal)    the handle is not open
+ *   27044 (9), errno   no memory; EINVAL when the file was identified without a block size
+ *   27043 (6), errno   seek
+ *   27044 (10), errno  write
+ */
 void skgfrupd_blk0_v10(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
-/* The byte offset of block 1 of the named file, from its block 0. On failure all bits are set:
- * 27036 (code, 7); 27037 (14), errno, stat; 27041 (8), errno, open; 27043 (3), errno, seek;
- * 27047 (5), errno, short read; 27047 (6) invalid header; 27045 (7), errno, close. */
+/* The byte offset of block 1 of the named file (fnamel bytes), read from its block 0.
+ *
+ * Fails, with all bits of the result set, with
+ *   27036 (code, 7)    name
+ *   27037 (14), errno  stat
+ *   27041 (8), errno   open
+ *   27043 (3), errno   seek
+ *   27047 (5), errno   short read
+ *   27047 (6)          no valid header
+ *   27045 (7), errno   close
+ */
 size_t skgfgb1off(slerc *se, text *fnamep, size_t fnamel);
 
 /* ---- Identification and sizes ---- */
 
-/* Identifies the named file (fnamel bytes) and fills fib, for which the client has set type,
- * logical block size and flags. The file is opened read-only for the call. Block 0 is read only
- * when the block size is 0.
+/* Identifies the named file (fnamel bytes, outside fib) and fills fib.
  *
- * skgfrrOK and skgfrrSZERR (with 27046 (1): the byte size is not a whole number of blocks) seal
- * fib. skgfrrNOTFOUND and skgfrrERROR leave it unsealed: 27035 (block size, 2)     not a multiple
- * of 512, or over 16384 27036 (code, 2)           name 27037 (3), errno          stat;
- * skgfrrNOTFOUND for ENOENT only 27037 (5)                 a FIFO or a directory 27041 (2), errno
- * open 27036 (12), errno         canonical name of a file on NFS 27037 (13), errno         stat of
- * a directory above it 27054 (1)                 no mount directory; (2), errno: mount table; (3):
- * mount options, after two alerts 27043 (2), errno          seek; 27047 (1), errno: short read;
- * 27047 (2): invalid block 0 27045 (2), errno          close
+ * The client has set fib's type, logical block size and flags. The file is opened read-only for
+ * the call; block 0 is read only when the block size is 0. skgfrrOK and skgfrrSZERR seal fib, the
+ * latter with 27046 (1): the file's size is not a whole number of blocks. Fails, with fib not
+ * sealed, with skgfrrNOTFOUND when there is no such file and skgfrrERROR otherwise:
+ *   27035 (size, 2)     the block size is not a multiple of 512, or over 16384
+ *   27036 (code, 2)     name
+ *   27037 (3), errno    stat
+ *   27037 (5)           a FIFO or a directory
+ *   27041 (2), errno    open
+ *   27036 (12), errno   the canonical name of a file on NFS
+ *   27037 (13), errno   stat of a directory above it
+ *   27054 (1)           no directory above it lies on another device
+ *   27054 (2), errno    the mount table
+ *   27054 (3)           mount options, told in two alerts
+ *   27043 (2), errno    seek
+ *   27047 (1), errno    short read of block 0
+ *   27047 (2)           no valid header
+ *   27045 (2), errno    close
  */
 skgfrr skgfifi(slerc *se, skgfrctx *ctx, skgfrfib *fib, text *fnamep, size_t fnamel);
 
-/* Size of the named file or device in bytes. On failure all bits are set: 27036 (code, 10);
- * 27037 (8), errno, stat; 27037 (4) FIFO or directory; 27041 (6), errno, open; 27072 (1), errno,
- * the device's size cannot be found. */
+/* The size of the named file or device in bytes.
+ *
+ * Fails, with all bits of the result set, with
+ *   27036 (code, 10)   name
+ *   27037 (8), errno   stat
+ *   27037 (4)          a FIFO or a directory
+ *   27041 (6), errno   opening a device
+ *   27072 (1), errno   the device's size cannot be found
+ */
 ub8 skgfgfsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel);
 
-/* Logical block size in bytes that block 0 of the named file records. On failure all bits are set:
- * 27036 (code, 5); 27037 (7), errno, stat; 27041 (7), errno, open; 27043 (5), errno, seek;
- * 27047 (3), errno, short read; 27047 (4) invalid header. With 27045 (6), errno, the close failed
- * and the size is returned all the same. */
+/* The logical block size in bytes that block 0 of the named file records; ftype as for skgfrgbsz.
+ *
+ * Fails, with all bits of the result set, with
+ *   27036 (code, 5)    name
+ *   27037 (7), errno   stat
+ *   27041 (7), errno   open
+ *   27043 (5), errno   seek
+ *   27047 (3), errno   short read
+ *   27047 (4)          no valid header
+ * and with the block size all the same with
+ *   27045 (6), errno   close
+ */
 size_t skgfglbsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf ftype);
 
-/* Raises the soft open-files limit to the hard one and sets the context's ceiling to 32 less, which
- * is returned. maxneed is not used. Fails with 0 and 27074, errno (limit unreadable), 27075 (hard
- * limit 32 or less) or 27076, errno (cannot be raised). */
+/* Raises the process's soft open-files limit to the hard one.
+ *
+ * Returns the context's new ceiling of open files, 32 less than the limit. maxneed is not used.
+ * Fails, with 0 and the context untouched, with
+ *   27074, errno       the limit cannot be read
+ *   27075              the hard limit is 32 or less
+ *   27076, errno       the limit cannot be raised
+ */
 ub4 skgfrofl(slerc *se, skgfrctx *ctx, ub4 maxneed);
 
 /* ---- Device sizes ----
  *
  * These take a descriptor that stays the caller's, use no file position and no error record; errno
- * is as the last failing call left it. A size of 0 bytes means unknown. */
+ * is as the last failing call left it. Sizes are in bytes; 0 means unknown. */
 
-/* Size of a device: by its size request, by its raw binding, or by probing. */
+/* The size of a device: by its size request, by its raw binding, or by probing. */
 off64_t skgfgrs(sword fd);
 
 /* The same through res; always returns 0. */
 int skgfgrswpc(sword fd, off64_t *res);
 
-/* By the size request (BLKGETSIZE, linux/fs.h). 0, or -1 with *res untouched. */
+/* By the size request (BLKGETSIZE of linux/fs.h, in sectors of 512 bytes). 0, or -1 with *res
+ * untouched. */
 int skgfgrsbdev(int fd, off64_t *res);
 
 /* Of a raw device, by the block device it is bound to (RAW_GETBIND on /dev/rawctl). 0 or -1. */
@@ -184,41 +228,68 @@ enum {
   skgfrcreMKDIRS = 0x04    /* make missing directories, with permission bits 0700 */
 };
 
-/* Creates the named file, or takes over an existing device, with nblocks blocks of lblksiz bytes
- * behind block 0. All ones: no length is set. Only block 0 is written; it is on stable storage on
- * return. A file that this call created is removed again when it fails, but for a failing close.
- *   27035 (block size, 1)     0, not a multiple of 512, or over 16384
- *   27036 (code, 1)           name
- *   27037 (1), errno          stat; (2): fstat of the new file
- *   27038 (1)                 exists and is no device; (2), errno: appeared meanwhile
- *   27044 (1), errno          no memory; (2): no memory for the old layout; (3): write; (4): length
- *   27039 (3)                 over the file-size limit
- *   27054 (0), errno          a directory could not be made
- *   27040 (0), errno          creation, or the reopening for direct I/O
- *   27041 (1), errno          opening the device
- *   27042 (1)                 the device is too small
- *   27043 (1), errno          seek
- *   27045 (1), errno          close
+/* Creates the named file, or takes over an existing device, and writes block 0.
+ *
+ * lblksiz: bytes in a block. nblocks: blocks behind block 0; all ones: no length is set. type
+ * matters for skgfrfDCVT only. Data blocks are not written. Block 0 is on stable storage on return.
+ * A file that this call created is removed again when it fails, but for a failing close. Fails with
+ *   27035 (size, 1)    the block size is 0, not a multiple of 512, or over 16384
+ *   27036 (code, 1)    name
+ *   27037 (1), errno   stat
+ *   27038 (1)          exists and is no device
+ *   27044 (1), errno   no memory
+ *   27039 (3)          over the process's file-size limit
+ *   27054 (0), errno   a directory could not be made
+ *   27038 (2), errno   appeared meanwhile
+ *   27040 (0), errno   creation, or opening again for direct I/O
+ *   27037 (2), errno   stat of the new file
+ *   27041 (1), errno   opening the device
+ *   27042 (1)          the device is too small; nothing is written
+ *   27043 (1), errno   seek
+ *   27044 (2), errno   no memory for the old layout
+ *   27044 (3), errno   write
+ *   27044 (4), errno   setting the length
+ *   27045 (1), errno   close
  */
 void skgfrcre(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type, size_t lblksiz,
               ub4 nblocks, ub1 flags);
 
-/* Resizes an identified file to nblocks blocks behind block 0 (all ones: no length is set),
- * rewrites block 0 and updates fib. A device only changes its recorded size. Not flushed. 27050 (7,
- * seal)           27035 (0, 3) block size 0          27037 (9), errno, stat 27046 (2) the size is
- * not a whole number of blocks 27039 (4)                 over the file-size limit 27041 (4), errno,
- * open    27044 (5), errno, no memory; (6): for the old layout; (7): write 27043 (4), errno, seek
- * 27059 (2), errno, length 27042 (2)                 the device does not reach the new last block;
- * (3): it is too small 27045 (4), errno, close
+/* Resizes an identified file to nblocks blocks behind block 0 and rewrites block 0.
+ *
+ * All ones for nblocks: no length is set. Updates fib's sizes. A device keeps its size and may only
+ * be made to look smaller. Nothing is flushed; what was written before a failure stays. Fails with
+ *   27050 (7, seal)    not identified
+ *   27035 (0, 3)       no block size in fib
+ *   27037 (9), errno   stat
+ *   27046 (2)          the size now is not a whole number of blocks
+ *   27039 (4)          over the process's file-size limit
+ *   27041 (4), errno   open
+ *   27044 (5), errno   no memory
+ *   27043 (4), errno   seek
+ *   27044 (6), errno   no memory for the old layout
+ *   27044 (7), errno   write
+ *   27059 (2), errno   setting the length
+ *   27042 (2)          the device does not reach so far; fib's last block is then 0
+ *   27042 (3)          the device is smaller; fib's last block is then 0
+ *   27045 (4), errno   close; fib is updated
  */
 void skgfrsz(slerc *se, skgfrctx *ctx, skgfrfib *fib, ub4 nblocks);
 
-/* Recomputes the size of an identified file. 27050 (8, seal); 27035 (0, 4); 27037 (10), errno;
- * 27046 (3); 27041 (5), errno; 27045 (5), errno. */
+/* Recomputes the size of an identified file in fib.
+ *
+ * Fails with
+ *   27050 (8, seal)    not identified
+ *   27035 (0, 4)       no block size in fib
+ *   27037 (10), errno  stat
+ *   27046 (3)          the size is not a whole number of blocks
+ *   27041 (5), errno   open
+ *   27045 (5), errno   close; fib is updated
+ */
 void skgfrfb(slerc *se, skgfrctx *ctx, skgfrfib *fib);
 
-/* Makes the next count opens of and checked requests on the file fail; 65535 all of them, without
- * end. 27050 (9, seal). */
+/* Makes the next count opens of the file, or checked requests on it, fail; 65535: all, without end.
+ *
+ * Identification forgets it. Fails with 27050 (9, seal). */
 void skgfrser(slerc *se, skgfrctx *ctx, skgfrfib *fib, ub2 count);
 
 /* ---- Handles ---- */
@@ -231,41 +302,60 @@ enum {
   skgfofiNOMIRROR = 0x20 /* call skgfrersr on the handle */
 };
 
-/* Opens an identified file into iov, which is closed first when it is open. inmaxaio: asynchronous
- * requests wanted at once. Retries EIO every second, five times, and reports that through the
- * client's trace.
- *   27050 (1, seal)           27051 (1) forced failure           27077 open-file ceiling reached
- *   27092 (limit, needed)     over the file-size limit, in blocks
- *   27045 (3), errno          closing the previous file
- *   27041 (3), errno, open    27060, errno, close-on-exec
- * The first four leave iov as it was; after the others it is not open.
+/* Opens an identified file into iov; a handle that is open is closed first.
+ *
+ * inmaxaio: asynchronous requests wanted at once. EIO is retried five times, a second apart, and
+ * reported through the client's trace. The descriptor is none of 0, 1 and 2. Fails, with iov as it
+ * was, with
+ *   27050 (1, seal)        the file is not identified
+ *   27051 (1)              forced failure
+ *   27077                  as many files are open as may be
+ *   27092 (limit, needed)  over the process's file-size limit, both in blocks
+ *   27045 (3), errno       closing the handle's previous file
+ * and, with iov not open, with
+ *   27041 (3), errno       open
+ *   27060, errno           close-on-exec
  */
 void skgfofi(slerc *se, skgfrctx *ctx, skgfrfib *fib, skgfriov *iov, uword inmaxaio, ub4 flags);
 
-/* Closes a handle; a file not written synchronously is flushed first.
- *   27050 (2, seal)
- *   27073 (outstanding)       asynchronous requests; the handle stays open and is marked
- *   27052 (1), errno          the flush failed; the handle is closed nevertheless
- *   27045 (3), errno          the close failed; the handle stays as it is
+/* Closes a handle; a file that was not written synchronously is flushed first.
+ *
+ * Fails with
+ *   27050 (2, seal)    the handle is not open
+ *   27073 (count)      so many asynchronous requests are outstanding; iov stays open and is marked
+ *   27052 (1), errno   flush; iov is closed nevertheless
+ *   27045 (3), errno   close; iov stays as it is
  */
 void skgfcfi(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
-/* Locks the whole file, shared or exclusive, without waiting. A read-only handle takes a shared
- * lock in either case. The lock ends with skgfrlk or with any close of the file in this process.
- *   27050 (11, seal)          27088 (10), errno, access mode     27087 (9) shared on write-only
- *   27086 (8, pid)            held by another process; (9, errno of the query); (10): no holder;
- *                             slercerrno is that of the refusal
+/* Locks the whole file, shared or exclusive, without waiting.
+ *
+ * A read-only handle takes a shared lock in either case. The lock ends with skgfrlk or with any
+ * close of the file in this process: identifying, measuring or resizing it closes it, too. In 27086
+ * slercerrno is that of the refusal. Fails with
+ *   27050 (11, seal)           the handle is not open
+ *   27088 (10), errno          its access mode cannot be read
+ *   27087 (9)                  a shared lock on a write-only handle
+ *   27086 (8, process), errno  another process holds the lock
+ *   27086 (9, error), errno    refused, and asking for the holder failed with that error
+ *   27086 (10), errno          refused, and nobody holds it any more
  */
 void skgfglk(slerc *se, skgfrctx *ctx, skgfriov *iov, boolean share);
 
-/* Releases the lock. 27050 (12, seal); 27089 (11), errno. */
+/* Releases the lock. Fails with 27050 (12, seal) or 27089 (11), errno. */
 void skgfrlk(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
-/* Flushes what was written, unless writes are synchronous. 27050 (3, seal); 27052 (2), errno. */
+/* Flushes what was written, unless writes are synchronous. Fails with 27050 (3, seal) or
+ * 27052 (2), errno. */
 void skgfsync(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
-/* How a vectored request is best presented. 27050 (6, seal); 27057: an asynchronous question on a
- * synchronous handle; 27058: no such question; each with skgfrnMEMCPY. */
+/* How a vectored request on the handle is best presented.
+ *
+ * Fails, with skgfrnMEMCPY, with
+ *   27050 (6, seal)    the handle is not open
+ *   27057              an asynchronous question on a synchronous handle
+ *   27058              no such question
+ */
 skgfrn skgfask(slerc *se, skgfrctx *ctx, skgfriov *iov, skgfrq question);
 
 /* Whether the handle's file is mirrored: always FALSE. Clears bit 0 of its flags_skgfrsfib; se is
@@ -274,14 +364,24 @@ boolean skgfrersr(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
 /* ---- Deletion ---- */
 
-/* Deletes the named file; a device is left alone, with skgfrrOK. type is not used. skgfrrNOTFOUND
- * when there is none; skgfrrERROR otherwise: 27036 (code, 4); 27037 (6), errno, stat; 27056, errno,
- * unlink. */
+/* Deletes the named file; a device is left alone, with skgfrrOK. type is not used.
+ *
+ * Fails, with skgfrrNOTFOUND for ENOENT and skgfrrERROR otherwise, with
+ *   27036 (code, 4)    name
+ *   27037 (6), errno   stat
+ *   27056, errno       unlink
+ */
 skgfrr skgfrdel(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type);
 
-/* Deletes a directory, or only the link when the name is a link to one. 27036 (code, 11);
- * 27037 (11), errno, stat (skgfrrNOTFOUND for ENOENT); 27037 (12) no directory; 27093, errno,
- * rmdir; 27056, errno, unlink of the link. */
+/* Deletes the named directory (destl bytes), or only the link when the name is a link to one.
+ *
+ * Fails, with skgfrrNOTFOUND when stat says ENOENT and skgfrrERROR otherwise, with
+ *   27036 (code, 11)   name
+ *   27037 (11), errno  stat
+ *   27037 (12)         not a directory
+ *   27093, errno       rmdir
+ *   27056, errno       unlink of the link
+ */
 skgfrr skgfrddel(slerc *se, text *dest, size_t destl);
 
 /* ---- Requests ---- */
@@ -294,28 +394,37 @@ enum {
   skgfqioPREPARE = 0x10 /* prepare control blocks also without skgfqioASYNC */
 };
 
-/* Performs every request on the list headed by reqhdr, in order. Returns 0 when all of them
- * completed, else 1; each request's status block tells its own outcome and points to its own error
- * record. The list, records and buffers stay the client's. Besides what skgfrvldtrq refuses:
- *   27067 (1, length), 27068 (1, address)          a vector's buffer, BADREQ
- *   27066 (buffers, 128)                           a vector too long for unchecked requests, BADREQ
- *   27071 (block), errno                           seek, IOERROR
- *   27072 (3 vectored or 4 plain, block, bytes), errno   transfer failed or short, IOERROR
- *   27070 (1, block), ENOSYS                       asynchronous submission is not available,
- * IOERROR
+/* Performs every request on the list headed by reqhdr, in order.
+ *
+ * Returns 0 when all of them completed, else 1. Each request's status block tells its own outcome
+ * and points to its own error record. List, records and buffers stay the client's. A request fails
+ * as skgfrvldtrq says, or, with skgfriBADREQ, with
+ *   27067 (1, length)      a vector's buffer: as 27067 below
+ *   27068 (1, address)     a vector's buffer: as 27068 below
+ *   27066 (buffers, 128)   a vector too long, where checking is off
+ * or, with skgfriIOERROR, with
+ *   27071 (block), errno            seek
+ *   27072 (3, block, bytes), errno  a vectored transfer failed or came up short
+ *   27072 (4, block, bytes), errno  a plain one
+ *   27070 (1, block), ENOSYS        asynchronous submission, which is not available
  */
 uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags);
 
-/* Examines requests from *req on until req_num are accepted into valid or the list ends; *nval is
- * their count and *req the next request to examine, null at the end. When aio_array is not null
- * each accepted request's control block is prepared and stored at the same index. Returns TRUE when
- * a request was refused. Refusals, BADREQ but for the second: 27050 (10, file seal, handle seal)
- * slercerrno unchanged 27051 (2)                            simulated failure, IOERROR 27064
- * asynchronous, on a synchronous handle 27065                                asynchronous, with a
- * vector 27066 (buffers, most)                vector too long 27067 (2, length) 0, not a whole
- * number of blocks, or over 1 MiB 27068 (2, address)                   not aligned to 512; (3,
- * address): block size unknown and not block 1 27069 (block, count, last block)     out of bounds;
- * slercerrno unchanged
+/* Examines requests from *req on until req_num are accepted into valid, or the list ends.
+ *
+ * *nval receives their count and *req the next request to examine, null at the end. When aio_array
+ * is not null each accepted request's control block is prepared and stored at the same index.
+ * Returns TRUE when a request was refused: with skgfriIOERROR for 27051 and skgfriBADREQ otherwise.
+ * 27050 and 27069 leave slercerrno as it was.
+ *   27050 (10, file's seal, handle's seal)  not identified or not open
+ *   27051 (2)                    forced failure
+ *   27064                        asynchronous, on a synchronous handle
+ *   27065                        asynchronous, with a vector
+ *   27066 (buffers, most)        the vector is too long
+ *   27067 (2, length)            0, not a whole number of blocks, or over 1 MiB
+ *   27068 (2, address)           not a multiple of 512
+ *   27068 (3, address)           the block size is unknown, and the block is not 1
+ *   27069 (block, count, last)   outside the file's blocks
  */
 boolean skgfrvldtrq(kgglk *reqhdr, ub4 flags, skgfrctx *ctx, ub4 req_num, skgfrrq **req,
                     skgfrrq **valid, aiocb64 **aio_array, ub4 *nval);

@@ -58,8 +58,8 @@ void slnrm(slerc *se, const text *name, size_t namel, text *out, size_t outsize,
 /* Translates a name: "?" is TARVEX_HOME, "@" is TARVEX_SID, $name and ${name} any variable, a
  * backslash makes the next character literal; the result is then searched along TARVEX_PATH.
  *
- * Arguments as for slnrm; name and out must not overlap unless they are equal. The input needs no
- * NUL; one NUL may be its last character.
+ * Arguments as for slnrm; name and out must not overlap. The input needs no NUL; one NUL may be its
+ * last character.
  * Clears the record. Fails, with *outl 0, with
  *   7202 (no words) on a null pointer, an empty input or output, or a NUL inside the input;
  *   7204 (outsize) when the result and its NUL do not fit; out then ends in a NUL;
@@ -82,7 +82,8 @@ void sslpath(slerc *se, const text *var, text *name, size_t namesize, size_t *na
 /* The same search over list, directories joined by ":"; an empty element is the name itself.
  *
  * Names that begin with "/" and names found nowhere stay as they are, without error.
- * Sets slercoer to 0. Fails, with *namel 0 and name as it was, with 7411 as slgfn does, or with
+ * Sets slercoer to 0 or clears the record. Fails, with *namel 0 and name as it was, as slgfn does or
+ * with
  *   7416 (512, length) for an element of 512 or more characters;
  *   7416 (namesize, length) when the name found does not fit.
  */
