@@ -301,6 +301,65 @@ typedef struct skgfrrq {
   ub4 flags_skgfrrq; /* the client's; never read */
 } skgfrrq;
 
+/* ---- Discovery and search ---- */
+
+/* Allocates size bytes in the client's memory context; label names the piece. */
+typedef void *(*skgfralloccb3)(void *memctx, size_t size, const char *label);
+
+/* Releases what skgfralloccb3 gave; the client's own use of it, discovery never calls it. */
+typedef void (*skgfrfreecb3)(void *memctx, void *ptr, const char *label);
+
+/* Receives one path that a search found, pathl bytes; FALSE stops the search. */
+typedef boolean (*skgfrprfcb)(void *cbctx, const text *path, size_t pathl);
+
+/* The result of a discovery; it and all that hangs on it belong to the client's allocator. */
+typedef struct skgfrdsc {
+  kgglk dev_skgfrdsc; /* head of the list of skgfrstat records, last match first */
+  text *str_skgfrdsc; /* the discovery string, escaped and normalised */
+} skgfrdsc;
+
+/* One discovered device or file. */
+typedef struct skgfrstat {
+  kgglk link_skgfrstat;
+  text *path_skgfrstat;    /* the path that matched, NUL-terminated */
+  slerc se_skgfrstat;      /* outcome of its examination; code 0: the fields below are valid */
+  ub2 flags_skgfrstat;     /* 12 when it was examined with success, else 0 */
+  text udid_skgfrstat[64]; /* unique identifier: all 0 on this platform */
+  text lbl_skgfrstat[31];  /* label: empty on this platform */
+  ub4 blksz_skgfrstat;     /* block size in bytes: 512 */
+  ub4 disksz_skgfrstat;    /* size in MiB, rounded down */
+} skgfrstat;
+
+/* ---- Mirrors and device lists ---- */
+
+typedef ub4 volflag_t;
+typedef int64_t voff_t;
+
+/* A volume manager's request for one side of a mirror. */
+typedef struct vol_mirror_read {
+  volflag_t mr_flags;
+  voff_t mr_off;
+  size_t mr_size;
+  void *mr_addr;
+  char mr_sequence[16];
+  char mr_mirror_name[32];
+} vol_mirror_read;
+
+/* The client's state of a mirror read. */
+typedef struct skgfrmss {
+  skgfriov *iov_skgfrmss;
+  ub4 blockno_skgfrmss;
+  vol_mirror_read mirreadp;
+} skgfrmss;
+
+/* The names of a device and of a node. */
+typedef struct skgfrdev {
+  text name_skgfrdev[20];
+} skgfrdev;
+typedef struct skgfrnod {
+  text name_skgfrnod[16];
+} skgfrnod;
+
 /* ---- Block 0 ---- */
 
 /* The generic block header that begins block 0. On-disk format, in the writer's byte order. */

@@ -152,6 +152,18 @@ inline constexpr Site directory_kind{27037, 12};
 inline constexpr Site directory_refused{27093};
 inline constexpr Site directory_link_refused{27056};
 
+// Device lists
+inline constexpr Site device_list_seal{27050, 9};
+
+// Discovery and search
+inline constexpr Site discovery_string{15031, 41};
+inline constexpr Site discovery_expansion{15031, 42};
+inline constexpr Site examine_access{15025, 42};
+inline constexpr Site examine_stat{27037, 42};
+inline constexpr Site examine_kind{15059, 42};
+inline constexpr Site examine_open{27041, 42};
+inline constexpr Site search_name{27036, 6, SiteWord::second};
+
 // Requests
 inline constexpr Site request_seal{27050, 10};
 inline constexpr Site request_forced_failure{27051, 2};

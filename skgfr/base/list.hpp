@@ -17,4 +17,18 @@ inline void push_back(kgglk &head, kgglk &element) {
   head.kgglkprv = &element;
 }
 
+inline void push_front(kgglk &head, kgglk &element) {
+  element.kgglkprv = &head;
+  element.kgglknxt = head.kgglknxt;
+  head.kgglknxt->kgglkprv = &element;
+  head.kgglknxt = &element;
+}
+
+/// Takes an element off its list; it is then on none.
+inline void unlink(kgglk &element) {
+  element.kgglkprv->kgglknxt = element.kgglknxt;
+  element.kgglknxt->kgglkprv = element.kgglkprv;
+  make_empty(element);
+}
+
 }  // namespace skgfr
