@@ -19,6 +19,7 @@ using namespace skgfr;
 constexpr timespec longest_wait{10, 0};
 constexpr int most_quiet_waits = 3;
 constexpr int failed_wait = -1;
+constexpr int most_drained = 1024;
 
 /// One probing read.
 struct alignas(sector_size) Probe {
@@ -40,15 +41,14 @@ void give_up(ProbeOwner probe) {
   given_up = probe.release();
 }
 
-/// Whether a completion belongs to a probe that was given up; if so, that one is released.
-bool is_late(const void *data) {
-  for (Probe **link = &given_up; *link; link = &(*link)->next_given_up) {
-    if (&(*link)->block != data) continue;
-    const ProbeOwner late(*link);
-    *link = late->next_given_up;
-    return true;
+/// Collects what is in the kernel, so that the next completion is the probe's; false after too many
+/// waits that brought nothing.
+bool drain(skgfrctx *ctx) {
+  for (int quiet = 0; pending_in_kernel(ctx) > 0;) {
+    quiet = skgfr_suspend64(ctx, nullptr, most_drained, &longest_wait) > 0 ? 0 : quiet + 1;
+    if (quiet == most_quiet_waits) return false;
   }
-  return false;
+  return true;
 }
 
 bool submit(const skgfrctx *ctx, Probe &probe, int fd) {
@@ -64,7 +64,7 @@ bool wait_for_completion(const skgfrctx *ctx, io_event &event) {
     const int events =
         kernel_aio::entry_points().getevents(ctx->ioctx_skgfrctx, 1, 1, &event, &wait);
     if (events == failed_wait) return false;
-    if (events == 1 && !is_late(event.data)) return true;
+    if (events == 1 && !is_late_probe(event.data)) return true;
     quiet = events == 1 ? 0 : quiet + 1;
   }
   return false;
@@ -72,8 +72,18 @@ bool wait_for_completion(const skgfrctx *ctx, io_event &event) {
 
 }  // namespace
 
+bool skgfr::is_late_probe(const void *data) {
+  for (Probe **link = &given_up; *link; link = &(*link)->next_given_up) {
+    if (&(*link)->block != data) continue;
+    const ProbeOwner late(*link);
+    *link = late->next_given_up;
+    return true;
+  }
+  return false;
+}
+
 boolean skgfr_aiosupported(skgfrctx *ctx, int fd) {
-  if (ctx->maxaio_skgfrctx == 0) return FALSE;
+  if (ctx->maxaio_skgfrctx == 0 || !drain(ctx)) return FALSE;
   ProbeOwner probe(static_cast<Probe *>(std::aligned_alloc(alignof(Probe), sizeof(Probe))));
   if (!probe || !submit(ctx, *probe, fd)) return FALSE;
 

@@ -177,8 +177,15 @@ inline constexpr Site request_bounds{27069, 0, SiteWord::none};
 inline constexpr Site element_length{27067, 1};
 inline constexpr Site element_alignment{27068, 1};
 inline constexpr Site submission_refused{27070, 1};
+inline constexpr Site list_submission_refused{27070, 2};
 inline constexpr Site vector_seek{27071, 0, SiteWord::none};
 inline constexpr Site vector_transfer{27072, 3};
 inline constexpr Site positioned_transfer{27072, 4};
+inline constexpr Site converted_transfer{27072, 5};
+
+// Completions
+inline constexpr Site completion_error{27061, 0, SiteWord::none};
+inline constexpr Site completion_short{27085, 0, SiteWord::none};
+inline constexpr Site collection_failed{27083};
 
 }  // namespace skgfr::sites

@@ -4,6 +4,8 @@
 // means.
 #pragma once
 
+#include <cstddef>
+
 #include "skgfr/base/error_sites.hpp"
 #include "skgfr/records.h"
 
@@ -40,6 +42,22 @@ Extension<Public> *extension(Public *record) {
   static_assert(extension_offset<Public> % alignof(Extension<Public>) == 0);
   return reinterpret_cast<Extension<Public> *>(reinterpret_cast<char *>(record) +
                                                extension_offset<Public>);
+}
+
+/// The public status block in front of a private one.
+inline skgfriosb *public_record(skgfrsisb *block) {
+  return reinterpret_cast<skgfriosb *>(reinterpret_cast<char *>(block) -
+                                       extension_offset<skgfriosb>);
+}
+
+/// The private status block around its control block, and around its link.
+inline skgfrsisb *owner_of(aiocb64 *block) {
+  return reinterpret_cast<skgfrsisb *>(reinterpret_cast<char *>(block) -
+                                       offsetof(skgfrsisb, aio64req_skgfrsisb));
+}
+inline skgfrsisb *owner_of(kgglk *link) {
+  static_assert(offsetof(skgfrsisb, link_skgfrsisb) == 0);
+  return reinterpret_cast<skgfrsisb *>(link);
 }
 
 inline ub4 seal_of(const skgfrsfib *file) { return file->seal_skgfrsfib; }

@@ -1,5 +1,5 @@
-// The one entry point for reading and writing blocks: validates requests in batches and has each
-// batch carried out in list order.
+// The one entry point for reading and writing blocks: validates requests in batches and has each batch
+// carried out in list order.
 #include "skgfr/base/list.hpp"
 #include "skgfr/requests/submit.hpp"
 #include "skgfr/requests/transfer.hpp"
@@ -11,24 +11,56 @@ using namespace skgfr;
 
 constexpr ub4 batch_size = 512;
 
-/// How requests with these flags are carried out: the first row whose flags agree.
+/// The requests that validation accepted together.
+struct Batch {
+  skgfrrq *requests[batch_size];
+  aiocb64 *blocks[batch_size];
+  ub4 count;
+};
+
+/// Carries out a batch; true when every request of it completed, or was taken by the kernel.
+using CarryOut = bool (*)(skgfrctx *ctx, Batch &batch);
+
+template <bool (*transfer)(skgfrrq *)>
+bool perform_each(skgfrctx *, Batch &batch) {
+  bool all = true;
+  for (ub4 i = 0; i < batch.count; ++i) all = transfer(batch.requests[i]) && all;
+  return all;
+}
+
+template <bool read>
+bool submit_each(skgfrctx *ctx, Batch &batch) {
+  bool all = true;
+  for (ub4 i = 0; i < batch.count; ++i) all = submit_one(ctx, batch.requests[i], read) && all;
+  return all;
+}
+
+bool submit_together(skgfrctx *ctx, Batch &batch) {
+  return submit_list(ctx, batch.requests, batch.blocks, batch.count);
+}
+
+/// How requests are carried out: the first row whose flags agree, those of the context included.
 struct Dispatch {
   ub4 mask;
   ub4 flags;
-  Transfer transfer;
+  ub4 context_flags;
+  CarryOut carry_out;
 };
 constexpr ub4 kind = skgfqioVECTOR | skgfqioREAD;
 constexpr Dispatch dispatches[] = {
-    {skgfqioASYNC, skgfqioASYNC, refuse_submission},
-    {kind, skgfqioREAD, read_positioned},
-    {kind, 0, write_positioned},
-    {kind, skgfqioVECTOR | skgfqioREAD, read_vectored},
-    {kind, skgfqioVECTOR, write_vectored},
+    {skgfqioASYNC, skgfqioASYNC, skgfrcLISTIO, submit_together},
+    {skgfqioASYNC | skgfqioREAD, skgfqioASYNC | skgfqioREAD, 0, submit_each<true>},
+    {skgfqioASYNC, skgfqioASYNC, 0, submit_each<false>},
+    {kind, skgfqioREAD, 0, perform_each<read_positioned>},
+    {kind, 0, 0, perform_each<write_positioned>},
+    {kind, skgfqioVECTOR | skgfqioREAD, 0, perform_each<read_vectored>},
+    {kind, skgfqioVECTOR, 0, perform_each<write_vectored>},
 };
 
-Transfer choose(ub4 flags) {
-  for (const Dispatch &dispatch : dispatches) {
-    if ((flags & dispatch.mask) == dispatch.flags) return dispatch.transfer;
+CarryOut choose(const skgfrctx *ctx, ub4 flags) {
+  for (const Dispatch &row : dispatches) {
+    const bool context_agrees = (ctx->flags_skgfrctx & row.context_flags) == row.context_flags;
+    if ((flags & row.mask) == row.flags && context_agrees) return row.carry_out;
   }
   return nullptr;  // not reached: the rows cover every combination
 }
@@ -37,19 +69,17 @@ Transfer choose(ub4 flags) {
 
 uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags) {
   if (is_empty(*reqhdr)) return 0;
-  skgfrrq *accepted[batch_size];
-  aiocb64 *blocks[batch_size];
-  aiocb64 **const prepared = flags & (skgfqioASYNC | skgfqioPREPARE) ? blocks : nullptr;
-  const Transfer transfer = choose(flags);
+  Batch batch;
+  aiocb64 **const prepared = flags & (skgfqioASYNC | skgfqioPREPARE) ? batch.blocks : nullptr;
+  const CarryOut carry_out = choose(ctx, flags);
 
   uword result = 0;
   skgfrrq *next = reinterpret_cast<skgfrrq *>(reqhdr->kgglknxt);
   while (next) {
-    ub4 count = 0;
-    if (skgfrvldtrq(reqhdr, flags, ctx, batch_size, &next, accepted, prepared, &count)) result = 1;
-    for (ub4 i = 0; i < count; ++i) {
-      if (!transfer(accepted[i])) result = 1;
-    }
+    const boolean refused =
+        skgfrvldtrq(reqhdr, flags, ctx, batch_size, &next, batch.requests, prepared, &batch.count);
+    if (refused) result = 1;
+    if (batch.count > 0 && !carry_out(ctx, batch)) result = 1;
   }
   return result;
 }

@@ -1,18 +1,47 @@
-// Submission of asynchronous requests. There is no engine to hand them to, and each is told so
-// rather than carried out in another way behind the client's back.
+// Submits requests to the kernel one at a time.
 #include "skgfr/requests/submit.hpp"
 
 #include <cerrno>
 
-#include "skgfr/base/error_sites.hpp"
+#include "skgfr/base/elapsed.hpp"
+#include "skgfr/requests/block_address.hpp"
+#include "skgfr/skgfr.h"
 
-namespace skgfr {
+namespace {
 
-bool refuse_submission(skgfrrq *request) {
+using namespace skgfr;
+
+/// Whether collecting completions makes room for the request.
+bool may_come_later(const skgfrctx *ctx, int error) {
+  return error == EAGAIN || (error == ENOMEM && ctx->aiopend_skgfrctx != 0);
+}
+
+}  // namespace
+
+bool skgfr::submit_one(skgfrctx *ctx, skgfrrq *request, bool read) {
   skgfriosb *const status = request->iosb_skgfrrq;
-  fail(status->slerc_skgfriosb, sites::submission_refused, ENOSYS, request->blockno_skgfrrq);
+  skgfrsisb *const block = extension(status);
+  const RequestTarget target(request);
+  const skgfrbd &buffer = request->bufspec_skgfrrq.buffer_skgfrrq;
+  begin_code_only(status->slerc_skgfriosb);
+  if (status->time_skgfriosb) block->start_skgfrsisb = slgcs(status->slerc_skgfriosb);
+
+  const int result =
+      skgfr_aiorw64(ctx, target.handle->fd_skgfrsiov, static_cast<char *>(buffer.bp_skgfrbd),
+                    static_cast<int>(buffer.blen_skgfrbd),
+                    byte_offset(target, request->blockno_skgfrrq), block, read ? FALSE : TRUE);
+  if (result == 0) {
+    block->aiosize_skgfrsisb = buffer.blen_skgfrbd;
+    status->status_skgfriosb = skgfriPEND;
+    ++target.handle->aiopend_skgfrsiov;
+    return true;
+  }
+  const int error = errno;
+  if (may_come_later(ctx, error)) {
+    status->status_skgfriosb = skgfriLATER;
+    return false;
+  }
+  fail(status->slerc_skgfriosb, sites::submission_refused, error, request->blockno_skgfrrq);
   status->status_skgfriosb = skgfriIOERROR;
   return false;
 }
-
-}  // namespace skgfr

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 
+#include "skgfr/async/async.hpp"
 #include "skgfr/base/elapsed.hpp"
 #include "skgfr/requests/block_address.hpp"
 #include "skgfr/requests/buffer_rules.hpp"
@@ -40,8 +41,9 @@ bool fail_transfer(const skgfrrq *request, const Site &site, const Moved &moved)
   return end(request, skgfriIOERROR);
 }
 
+/// Moves the request's one buffer and keeps its time; its status is the caller's to set.
 template <class Call>
-bool transfer_positioned(skgfrrq *request, Call call) {
+bool move_buffer(const skgfrrq *request, Call call, const Site &failure) {
   begin_code_only(error_of(request));
   const RequestTarget target(request);
   const skgfrbd &buffer = request->bufspec_skgfrrq.buffer_skgfrrq;
@@ -52,14 +54,18 @@ bool transfer_positioned(skgfrrq *request, Call call) {
   target.handle->offset_skgfrsiov = skgfrUNKNOWN;
   const Moved moved(
       call(target.handle->fd_skgfrsiov, buffer.bp_skgfrbd, buffer.blen_skgfrbd, offset));
-  const size_t wanted = block_size
-                            ? size_t{block_count(target.fib, buffer.blen_skgfrbd)} * block_size
-                            : buffer.blen_skgfrbd;
-  const bool good = moved.bytes >= 0 && (block_size ? static_cast<size_t>(moved.bytes) == wanted
-                                                    : static_cast<size_t>(moved.bytes) >= wanted);
-  if (!good) return fail_transfer(request, sites::positioned_transfer, moved);
+  const size_t whole_blocks = block_count(target.fib, buffer.blen_skgfrbd) * block_size;
+  const bool good =
+      moved.bytes >= 0 && (block_size ? static_cast<size_t>(moved.bytes) == whole_blocks
+                                      : static_cast<size_t>(moved.bytes) >= buffer.blen_skgfrbd);
+  if (!good) return fail_transfer(request, failure, moved);
   stopwatch.store();
-  return end(request, skgfriDONE);
+  return true;
+}
+
+template <class Call>
+bool transfer_positioned(const skgfrrq *request, Call call) {
+  return move_buffer(request, call, sites::positioned_transfer) && end(request, skgfriDONE);
 }
 
 bool refuse(const skgfrrq *request, const Site &site, ub4 a, ub4 b = 0) {
@@ -129,5 +135,12 @@ bool read_positioned(skgfrrq *request) { return transfer_positioned(request, pre
 bool write_positioned(skgfrrq *request) { return transfer_positioned(request, pwrite64); }
 bool read_vectored(skgfrrq *request) { return transfer_vectored(request, readv); }
 bool write_vectored(skgfrrq *request) { return transfer_vectored(request, writev); }
+
+bool convert(skgfrctx *ctx, skgfrrq *request, bool read) {
+  const bool moved = read ? move_buffer(request, pread64, sites::converted_transfer)
+                          : move_buffer(request, pwrite64, sites::converted_transfer);
+  if (moved) convert_pending(ctx, extension(request->iosb_skgfrrq));
+  return moved;
+}
 
 }  // namespace skgfr

@@ -1,12 +1,14 @@
 // Examines queued requests: refuses what must not reach the file, accepts the rest into a batch and
 // prepares their control blocks.
 //
-// Performs no transfer. Checks run only when the context asks for them.
+// Performs no transfer but that of asynchronous requests on files that do none. Checks run only when
+// the context asks for them.
 #include "skgfr/async/async.hpp"
 #include "skgfr/base/file_facts.hpp"
 #include "skgfr/base/list.hpp"
 #include "skgfr/requests/block_address.hpp"
 #include "skgfr/requests/buffer_rules.hpp"
+#include "skgfr/requests/transfer.hpp"
 #include "skgfr/skgfr.h"
 
 namespace {
@@ -145,6 +147,10 @@ boolean skgfrvldtrq(kgglk *reqhdr, ub4 flags, skgfrctx *ctx, ub4 req_num, skgfrr
       start_private_status(it);
     }
     if (aio_array) aio_array[accepted] = prepare_control_block(it, flags);
+    if ((flags & skgfqioASYNC) && (it.target.handle->flags_skgfrsiov & skgfrvSYNCHRONOUS)) {
+      if (!convert(ctx, request, flags & skgfqioREAD)) refused = TRUE;
+      continue;
+    }
     valid[accepted++] = request;
   }
   *req = request;
