@@ -158,6 +158,7 @@ inline constexpr Site device_list_seal{27050, 9};
 // Discovery and search
 inline constexpr Site discovery_string{15031, 41};
 inline constexpr Site discovery_expansion{15031, 42};
+inline constexpr Site discovery_memory{15031, 42};
 inline constexpr Site examine_access{15025, 42};
 inline constexpr Site examine_stat{27037, 42};
 inline constexpr Site examine_kind{15059, 42};

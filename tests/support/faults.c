@@ -1,8 +1,10 @@
 #include "tests/support/faults.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <glob.h>
 #include <mntent.h>
 #include <signal.h>
 #include <stdarg.h>
@@ -130,6 +132,11 @@ FORWARD(int, access, (const char *name, int mode), (name, mode))
 FORWARD(int, unlink, (const char *name), (name))
 FORWARD(int, rmdir, (const char *name), (name))
 FORWARD(int, mkdir, (const char *name, mode_t mode), (name, mode))
+FORWARD(struct dirent64 *, readdir64, (DIR * folder), (folder))
+FORWARD(int, glob64,
+        (const char *restrict pattern, int flags, int (*refused)(const char *, int),
+         glob64_t *restrict paths),
+        (pattern, flags, refused, paths))
 FORWARD(ssize_t, readlink, (const char *name, char *target, size_t size), (name, target, size))
 FORWARD(char *, canonicalize_file_name, (const char *name), (name))
 FORWARD(int, getrlimit64, (__rlimit_resource_t what, struct rlimit64 *limit), (what, limit))
