@@ -5,12 +5,12 @@
 
 namespace skgfr {
 
-/// The records behind a request.
+/// The records behind a request; a handle that was never opened has no file behind it.
 struct RequestTarget {
   explicit RequestTarget(const skgfrrq *request)
       : handle(extension(request->iov_skgfrrq)),
         fib(request->iov_skgfrrq->fib_skgfriov),
-        file(extension(fib)) {}
+        file(fib ? extension(fib) : nullptr) {}
 
   skgfrsiov *handle;
   skgfrfib *fib;
