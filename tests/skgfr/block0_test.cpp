@@ -1,17 +1,13 @@
 // Block 0: built, judged, converted, rewritten in place, and asked where block 1 is. Every expected
 // header is written out by hand, its check value with it.
-#include <sys/stat.h>
-
 #include <fstream>
-#include <tuple>
+#include <numeric>
 
 #include "tests/support/layer.hpp"
 
 namespace {
-
 using namespace support;
 using std::string, std::tuple;
-
 class Block0Test : public LayerTest {};
 
 /// So many bytes: those in hexadecimal, then zeros.
@@ -73,9 +69,7 @@ TEST_F(Block0Test, Builds) {
     std::vector<ub2> words(size / 2);
     skgfrfhblk(&se, &ctx, words.data(), 77, size, skgfrfVTG);
     EXPECT_EQ(words[0] >> 8, format) << size;
-    ub2 sum = 0;
-    for (const ub2 word : words) sum = static_cast<ub2>(sum ^ word);
-    EXPECT_EQ(sum, 0) << size;
+    EXPECT_EQ(std::accumulate(words.begin(), words.end(), 0, std::bit_xor()), 0) << size;
   }
 }
 
