@@ -62,7 +62,9 @@ const Case cases[] = {
     {"", "prlimit --fsize=12288 %", 10240, more},
     {"", "prlimit --nofile=5 % 3<&- 4<&-", 10240, more},
     {"", "prlimit --nofile=4 % 3<&-", 10240, stuck},
+#ifndef __SANITIZE_ADDRESS__  // it waits for a fourth descriptor for ever
     {"", "prlimit --nofile=3 % <&-", 16384, {"open e22 3", "open e22 3"}},
+#endif
     {"chmod 711 .; chmod 660 f" + reach, nobody + "%", 16384, whole},
     {"chmod 711 .; chmod 600 f" + reach, nobody + "%", 16384, {"ident4 e13 2", "ident4 e13 2"}},
     {"chmod 711 .; chmod 640 f" + reach, nobody + "%", 16384, {"open e13 3", "open e13 3"}},
