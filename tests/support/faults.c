@@ -143,8 +143,8 @@ FORWARD(char *, strerror, (int error), (error))
 FORWARD(void *, dlopen, (const char *name, int mode), (name, mode))
 FORWARD(unsigned int, sleep, (unsigned int seconds), (seconds))
 
-/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when there is
- * one, else the C library's. */
+/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when
+ * there is one, else the C library's. */
 extern void *__interceptor_malloc(size_t size) __attribute__((weak));
 extern void *__libc_malloc(size_t size);
 
@@ -152,6 +152,15 @@ void *malloc(size_t size) {
   const struct fault *const fault = due("malloc");
   if (fault) return NULL;
   return __interceptor_malloc ? __interceptor_malloc(size) : __libc_malloc(size);
+}
+
+/* Compilers turn an allocation that is zeroed at once into calloc. */
+extern void *__interceptor_calloc(size_t count, size_t size) __attribute__((weak));
+extern void *__libc_calloc(size_t count, size_t size);
+
+void *calloc(size_t count, size_t size) {
+  if (due("calloc")) return NULL;
+  return __interceptor_calloc ? __interceptor_calloc(count, size) : __libc_calloc(count, size);
 }
 
 int open64(const char *name, int flags, ...) {
