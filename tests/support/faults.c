@@ -20,6 +20,7 @@
 
 #define MOST_FAULTS 8
 #define MOST_COUNTS 64
+#define MOST_REDIRECTIONS 4
 
 struct fault {
   const char *call;
@@ -31,7 +32,7 @@ static struct {
   const char *call;
   int calls;
 } counts[MOST_COUNTS];
-static const char *redirect_from, *redirect_to;
+static struct { const char *from, *to; } redirections[MOST_REDIRECTIONS];
 static unsigned int file_system;
 static fault_ioctl ioctl_answer;
 static int watching; /* nothing is counted before the first reset: that is the process's start */
@@ -39,7 +40,7 @@ static int watching; /* nothing is counted before the first reset: that is the p
 void fault_reset(void) {
   memset(faults, 0, sizeof faults);
   memset(counts, 0, sizeof counts);
-  redirect_from = redirect_to = NULL;
+  memset(redirections, 0, sizeof redirections);
   file_system = 0;
   ioctl_answer = NULL;
   watching = 1;
@@ -54,7 +55,15 @@ void fault_arm(const char *call, int skip, int times, int error, long result) {
   abort();
 }
 
-void fault_redirect(const char *from, const char *to) { redirect_from = from, redirect_to = to; }
+void fault_redirect(const char *from, const char *to) {
+  for (int i = 0; i < MOST_REDIRECTIONS; ++i) {
+    if (redirections[i].from) continue;
+    redirections[i].from = from, redirections[i].to = to;
+    return;
+  }
+  abort();
+}
+
 void fault_file_system(unsigned int magic) { file_system = magic; }
 void fault_answer_ioctl(fault_ioctl answer) { ioctl_answer = answer; }
 
@@ -93,7 +102,10 @@ static const struct fault *due(const char *call) {
 }
 
 static const char *redirected(const char *name) {
-  return redirect_from && strcmp(name, redirect_from) == 0 ? redirect_to : name;
+  for (int i = 0; i < MOST_REDIRECTIONS && redirections[i].from; ++i) {
+    if (strcmp(name, redirections[i].from) == 0) return redirections[i].to;
+  }
+  return name;
 }
 
 /* Finds the function that this file's stands in front of. */

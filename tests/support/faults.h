@@ -21,7 +21,7 @@ extern "C" {
  * errno set to `error`, without calling the system. Pointer results are given as numbers. */
 void fault_arm(const char *call, int skip, int times, int error, long result);
 
-/* Opening `from` (open64, setmntent) opens `to` instead. */
+/* Opening `from` (open64, setmntent) opens `to` instead; up to four names, kept by reference. */
 void fault_redirect(const char *from, const char *to);
 
 /* fstatfs64 and statfs64 report this file-system type; 0: the true one. */
