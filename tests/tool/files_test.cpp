@@ -22,6 +22,7 @@ struct Case {
   Plans plans;
   std::string argument = "";
 };
+void PrintTo(const Case &shown, std::ostream *out) { *out << shown.place << " | " << shown.how; }
 
 const std::string into_m = " && mv f m && ln -s m/f f && dd if=f of=/dev/null iflag=direct";
 const std::string image = "truncate -s 320M i && mkfs.";
