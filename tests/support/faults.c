@@ -33,6 +33,7 @@ static struct {
 } counts[MOST_COUNTS];
 static const char *redirect_from, *redirect_to;
 static unsigned int file_system;
+static struct timeval time_of_day;
 static fault_ioctl ioctl_answer;
 static int watching; /* nothing is counted before the first reset: that is the process's start */
 
@@ -41,6 +42,7 @@ void fault_reset(void) {
   memset(counts, 0, sizeof counts);
   redirect_from = redirect_to = NULL;
   file_system = 0;
+  time_of_day = (struct timeval){0};
   ioctl_answer = NULL;
   watching = 1;
 }
@@ -56,6 +58,9 @@ void fault_arm(const char *call, int skip, int times, int error, long result) {
 
 void fault_redirect(const char *from, const char *to) { redirect_from = from, redirect_to = to; }
 void fault_file_system(unsigned int magic) { file_system = magic; }
+void fault_time_of_day(long seconds, long microseconds) {
+  time_of_day = (struct timeval){.tv_sec = seconds, .tv_usec = microseconds};
+}
 void fault_answer_ioctl(fault_ioctl answer) { ioctl_answer = answer; }
 
 int fault_calls(const char *call) {
@@ -137,14 +142,15 @@ FORWARD(int, setrlimit64, (__rlimit_resource_t what, const struct rlimit64 *limi
 FORWARD(int, sigaction, (int signo, const struct sigaction *action, struct sigaction *old),
         (signo, action, old))
 FORWARD(int, putenv, (char *entry), (entry))
-FORWARD(int, gettimeofday, (struct timeval *restrict now, void *restrict zone), (now, zone))
 FORWARD(clock_t, times, (struct tms * usage), (usage))
 FORWARD(char *, strerror, (int error), (error))
+FORWARD(char *, strdup, (const char *from), (from))
+FORWARD(long, sysconf, (int name), (name))
 FORWARD(void *, dlopen, (const char *name, int mode), (name, mode))
 FORWARD(unsigned int, sleep, (unsigned int seconds), (seconds))
 
-/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when there is
- * one, else the C library's. */
+/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when
+ * there is one, else the C library's. */
 extern void *__interceptor_malloc(size_t size) __attribute__((weak));
 extern void *__libc_malloc(size_t size);
 
@@ -152,6 +158,15 @@ void *malloc(size_t size) {
   const struct fault *const fault = due("malloc");
   if (fault) return NULL;
   return __interceptor_malloc ? __interceptor_malloc(size) : __libc_malloc(size);
+}
+
+int gettimeofday(struct timeval *restrict now, void *restrict zone) {
+  REAL(int, gettimeofday, (struct timeval *restrict, void *restrict));
+  const struct fault *const fault = due("gettimeofday");
+  if (fault) return (int)fault->result;
+  if (!time_of_day.tv_sec) return real(now, zone);
+  *now = time_of_day;
+  return 0;
 }
 
 int open64(const char *name, int flags, ...) {
