@@ -34,6 +34,7 @@ static struct {
 } counts[MOST_COUNTS];
 static struct { const char *from, *to; } redirections[MOST_REDIRECTIONS];
 static unsigned int file_system;
+static struct timeval time_of_day;
 static fault_ioctl ioctl_answer;
 static int watching; /* nothing is counted before the first reset: that is the process's start */
 
@@ -42,6 +43,7 @@ void fault_reset(void) {
   memset(counts, 0, sizeof counts);
   memset(redirections, 0, sizeof redirections);
   file_system = 0;
+  time_of_day = (struct timeval){0};
   ioctl_answer = NULL;
   watching = 1;
 }
@@ -65,6 +67,9 @@ void fault_redirect(const char *from, const char *to) {
 }
 
 void fault_file_system(unsigned int magic) { file_system = magic; }
+void fault_time_of_day(long seconds, long microseconds) {
+  time_of_day = (struct timeval){.tv_sec = seconds, .tv_usec = microseconds};
+}
 void fault_answer_ioctl(fault_ioctl answer) { ioctl_answer = answer; }
 
 int fault_calls(const char *call) {
@@ -149,9 +154,10 @@ FORWARD(int, setrlimit64, (__rlimit_resource_t what, const struct rlimit64 *limi
 FORWARD(int, sigaction, (int signo, const struct sigaction *action, struct sigaction *old),
         (signo, action, old))
 FORWARD(int, putenv, (char *entry), (entry))
-FORWARD(int, gettimeofday, (struct timeval *restrict now, void *restrict zone), (now, zone))
 FORWARD(clock_t, times, (struct tms * usage), (usage))
 FORWARD(char *, strerror, (int error), (error))
+FORWARD(char *, strdup, (const char *from), (from))
+FORWARD(long, sysconf, (int name), (name))
 FORWARD(void *, dlopen, (const char *name, int mode), (name, mode))
 FORWARD(unsigned int, sleep, (unsigned int seconds), (seconds))
 
@@ -173,6 +179,15 @@ extern void *__libc_calloc(size_t count, size_t size);
 void *calloc(size_t count, size_t size) {
   if (due("calloc")) return NULL;
   return __interceptor_calloc ? __interceptor_calloc(count, size) : __libc_calloc(count, size);
+}
+
+int gettimeofday(struct timeval *restrict now, void *restrict zone) {
+  REAL(int, gettimeofday, (struct timeval *restrict, void *restrict));
+  const struct fault *const fault = due("gettimeofday");
+  if (fault) return (int)fault->result;
+  if (!time_of_day.tv_sec) return real(now, zone);
+  *now = time_of_day;
+  return 0;
 }
 
 int open64(const char *name, int flags, ...) {
