@@ -25,7 +25,8 @@ struct Case {
 void PrintTo(const Case &shown, std::ostream *out) { *out << shown.place << " | " << shown.how; }
 
 const std::string into_m = " && mv f m && ln -s m/f f && dd if=f of=/dev/null iflag=direct";
-const std::string image = "truncate -s 320M i && mkfs.";
+const std::string image = "truncate -s 320M i && mkfs.", loop = " i && mount -o loop i m" + into_m;
+const std::string xfs = image + "xfs" + loop, btrfs = image + "btrfs" + loop;
 const std::string nobody = "setpriv --reuid=65534 --clear-groups ";
 const std::string reach = " && " + nobody + "test -x $P";
 const std::string uncut = "%; S=$?; test $(stat -c %s f) = 2199023256064 && exit $S";
@@ -54,8 +55,8 @@ const Case cases[] = {
     {"4096", "%", 16384, {"write e22 4 1 -1", "ok 4096/3"}},
     {"512", "%", 10240, {"ok 512/19", "resize <10240 >12288 ok 4096/1"}},
     {"-512", "%", 16384, {"write e1 4 1 -1", "write e1 4 1 -1"}},
-    {image + "xfs i && mount -o loop i m" + into_m, "%", 10240, more},
-    {image + "btrfs i && mount -o loop i m" + into_m, "%", 10240, more},
+    {xfs, "%", 10240, more},
+    {btrfs, "%", 10240, more},
     {"mount -t tmpfs none m" + into_m, "%", 10240, more},
     {"", "prlimit --fsize=100 %", 10240, {"open 20", "open 20"}},
     {"", "prlimit --fsize=4096 %", 10240, {"open 8 20", "open 8 20"}},
@@ -63,8 +64,10 @@ const Case cases[] = {
     {"", "prlimit --fsize=12288 %", 10240, more},
     {"", "prlimit --nofile=5 % 3<&- 4<&-", 10240, more},
     {"", "prlimit --nofile=4 % 3<&-", 10240, stuck},
-#ifndef __SANITIZE_ADDRESS__  // it waits for a fourth descriptor for ever
+#ifndef __SANITIZE_ADDRESS__  // it never starts with three descriptors, nor behind stdbuf's library
     {"", "prlimit --nofile=3 % <&-", 16384, {"open e22 3", "open e22 3"}},
+    // Said while the data file is open, at once, on a file system that takes odd direct writes.
+    {btrfs, "stdbuf -o0 prlimit --fsize=10240 % >&-", 10240, {"silent 512/19", "mute"}},
 #endif
     {"chmod 711 .; chmod 660 f" + reach, nobody + "%", 16384, whole},
     {"chmod 711 .; chmod 600 f" + reach, nobody + "%", 16384, {"ident4 e13 2", "ident4 e13 2"}},
@@ -104,15 +107,15 @@ TEST_P(Files, EndAsPlanned) {
     const auto unmount = [&](const void *) { run(here + "mountpoint -q m && umount m"); };
     const std::unique_ptr<const TempDir, decltype(unmount)> mounted(&dir, unmount);
     std::string name = dir.file("f", size);
-    std::unique_ptr<LoopDevice> loop;
+    std::unique_ptr<LoopDevice> device;
     if (place[0] == '/') {
       name = place;
     } else if (place == "socket") {
       ASSERT_EQ(unlink(name.c_str()) | mknod(name.c_str(), S_IFSOCK | 0600, 0), 0);
     } else if (!place.empty() && std::isdigit(place.back())) {
-      loop = std::make_unique<LoopDevice>(name, std::abs(std::stoi(place)),
-                                          place[0] == '-' ? "--read-only" : "");
-      name = loop->path();
+      device = std::make_unique<LoopDevice>(name, std::abs(std::stoi(place)),
+                                            place[0] == '-' ? "--read-only" : "");
+      name = device->path();
       if (name.empty()) GTEST_SKIP() << "losetup is refused";
     } else if (run(here + "{ mkdir m; " + place + "\n} >/dev/null 2>&1").status != 0) {
       ASSERT_TRUE(std::regex_search(place, std::regex("mount|setpriv|truncate"))) << place;

@@ -61,6 +61,7 @@ constexpr Message messages[] = {
     {"close", 4, "vdprep: Unexpected error closing file\nskgfcfi: "},
     {"unclosed", 0, "vdprep: Unexpected error closing KVS file\n"},
     {"resize", 0, "vdprep: Failure trying to resize KVS file from "},
+    {"mute", 4, ""},
     {"killed", 137, ""}};
 
 /// The bytes of a file or a block device, as far as a test fills them; of anything else none.
