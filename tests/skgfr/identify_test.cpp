@@ -163,8 +163,8 @@ TEST_F(Identify, AsksForSafeMountOptionsOnNfs) {
 }
 
 TEST_F(Identify, KeepsDescriptorsInReserve) {
-  const auto raise = [](rlim64_t hard, ub4 ceiling, ub2 mark) {
-    World w;
+  World w;
+  const auto raise = [&w](rlim64_t hard, ub4 ceiling, ub2 mark) {
     rlimit64 limit{16, hard};
     const Expected expected{ceiling ? 0 : 27075};
     bool right =
