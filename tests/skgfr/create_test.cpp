@@ -40,6 +40,9 @@ void direct(World &w) { w.ctx->flags_skgfrctx |= skgfrcDIRECT; }
 void device(World &w) { w.name = "/dev/zero"; }
 void existing(World &w) { w.dir.file("file", 100); }
 void no_folder(World &w) { w.name = w.dir.path("a/file"); }
+void endless(World &w) {
+  w.ctx->limfsiz_skgfrctx = 1 << 30, w.blocks = unknown, w.fib->flags_skgfrfib = skgfrbNOHEADER;
+}
 void cut(World &w) { w.dir.file("file", 1000); }
 template <bool known>
 void identified_device(World &w) {
@@ -79,6 +82,7 @@ TEST_F(Create, TellsEveryFailureApart) {
       {resize, {27046, 0, {2}}, 2, {}, cut},
       {resize, {27039, 0, {4}}, 2, {}, one_byte_short},
       {resize, {27039, 0, {4}}, 2, {}, less_than_a_block},
+      {resize, {27039, 0, {4}}, 2, {}, endless},
       {resize, {27041, EROFS, {4}}, 2, {"open64", EROFS}},
       {resize, {27044, ENOMEM, {5}}, 2, {"malloc", ENOMEM}},
       {resize, {27043, EIO, {4}}, 2, {"lseek64", EIO}},
@@ -101,8 +105,9 @@ TEST_F(Create, TellsEveryFailureApart) {
 }
 
 /// The first bytes in hexadecimal, in groups of four of which zeros are a dot.
-std::string words(const std::string &bytes, size_t size = 36) {
+std::string words(std::string bytes, size_t size = 36) {
   std::string shown;
+  bytes.resize(std::max(bytes.size(), size));
   for (size_t at = 0; at < size; at += 4) {
     char group[10] = ".";
     ub4 word;
@@ -125,6 +130,7 @@ TEST_F(Create, StampsBlock0AndSetsTheLength) {
       {old, 512, 10, 5632, "00020000 00020000 0A000000 5D5C5B5A B0810000 BC870000 . . ."},
       {nobody, 512, 10, 5632, "00020000 00020000 0A000000 5D5C5B5A B0810000 . . . ."},
       {headerless, 512, 10, 5120, ". . . . . . . . ."},
+      {headerless, 512, unknown, 0, ". . . . . . . . ."},
   };
   const mode_t mask = umask(0);
   for (const auto &[kind, size, blocks, length, header] : rows) {
@@ -137,7 +143,7 @@ TEST_F(Create, StampsBlock0AndSetsTheLength) {
       client().old_layout = kind == old;
       if (kind == nobody) w.ctx->cbk_skgfrctx = nullptr;
       if (direct_io) direct(w);
-      if (blocks != unknown) w.ctx->limfsiz_skgfrctx = length;
+      w.ctx->limfsiz_skgfrctx = std::max(length, size);
       EXPECT_TRUE(gives(w, create, true));
       const std::string bytes = contents(w.name);
       EXPECT_EQ(words(bytes), header);
@@ -167,7 +173,7 @@ TEST_F(Create, ResizesFiles) {
   const std::tuple<ub4, ub1, size_t, ub4> rows[] = {
       {20, 0, 10752, 21},
       {4, 0, 2560, 5},
-      {0, 0, 512, 1},
+      {0, 0, 512, 1},  // from 1000 bytes, which is no whole number of blocks
       {unknown, 0, 5120, unknown},
       {20, skgfrbNOHEADER, 10240, 20},
       {4, skgfrbNOHEADER, 2048, 4},
@@ -175,16 +181,19 @@ TEST_F(Create, ResizesFiles) {
   for (const auto &[blocks, flags, length, last_block] : rows) {
     SCOPED_TRACE(testing::Message() << blocks << " blocks, flags " << int{flags});
     World w;
-    w.dir.file("file", 5120);
+    const size_t before = blocks ? 5120 : 1000;
+    w.dir.file("file", before);
     w.fib->flags_skgfrfib = flags;
     identify(w);
     w.blocks = blocks, w.ctx->limfsiz_skgfrctx = length;
-    const size_t data = flags ? 0 : 512, kept = std::min(length, size_t{5120});
+    const size_t data = flags ? 0 : 512, kept = std::min(length, before);
+    priv(w.fib)->blk1offset_skgfrsfib += data;
     EXPECT_TRUE(gives(w, resize, last_block));
     EXPECT_EQ(facts(w), Facts(blocks, last_block, data));
     const std::string bytes = contents(w.name);
     EXPECT_EQ(data && std::memcmp(&bytes[24], &blocks, 4), 0);
     EXPECT_EQ(bytes.substr(data), std::string(kept - data, 'x') + std::string(length - kept, '\0'));
+    w.fib->filsiz_skgfrfib = 77;
     EXPECT_TRUE(gives(w, recompute, length / 512));
     EXPECT_EQ(w.fib->filsiz_skgfrfib, (length - data) / 512);
   }
@@ -193,7 +202,7 @@ TEST_F(Create, ResizesFiles) {
 TEST_F(Create, TreatsDevicesAsTheyAre) {
   const auto expect_resize = [](const std::string &name, ub4 blocks, ub4 last, ub4 whole) {
     World w;
-    w.name = name, w.blocks = blocks;
+    w.name = name, w.blocks = blocks, w.ctx->limfsiz_skgfrctx = 1;  // no limit for devices
     identify(w);
     EXPECT_EQ(facts(w), Facts(whole == unknown ? unknown : whole - 1, whole, 512));
     EXPECT_TRUE(gives(w, resize, last));
@@ -206,21 +215,24 @@ TEST_F(Create, TreatsDevicesAsTheyAre) {
   expect_resize("/dev/null", 100, 101, 1 << 25);
 
   World w;
+  w.name = "/dev/zero", w.blocks = unknown;
+  EXPECT_TRUE(gives(w, create, true));  // no size, so no proof of it
   const LoopDevice loop(w.dir.file("disk", 65536, 'd'), 512);
   if (loop.path().empty()) GTEST_SKIP() << "the system refuses loop devices";
-  w.name = loop.path(), w.blocks = 128;
+  w.name = loop.path(), w.blocks = 128, w.ctx->limfsiz_skgfrctx = 1;
   EXPECT_TRUE(gives(w, create, true, {27042, 0, {1}}));
   EXPECT_EQ(contents(w.name), std::string(65536, 'd'));
   w.blocks = 127;
   EXPECT_TRUE(gives(w, create, true));
-  EXPECT_EQ(words(contents(w.name).substr(20), 12), "00020000 7F000000 7D7C7B7A");
-  expect_resize(w.name, 127, 128, 128);
-  expect_resize(w.name, 99, 100, 128);
-  const std::string bytes = contents(w.name);
-  EXPECT_EQ(words(bytes.substr(20), 12), "00020000 63000000 7D7C7B7A");
   identify(w);
-  EXPECT_EQ(std::memcmp(&bytes[32], &priv(w.fib)->ftyp_skgfrsfib, 4), 0);
-  EXPECT_EQ(bytes.substr(36), std::string(476, '\0') + std::string(65536 - 512, 'd'));
+  for (const char *const fields : {"00020000 7F000000 7D7C7B7A", "00020000 63000000 7D7C7B7A"}) {
+    const std::string bytes = contents(w.name);
+    EXPECT_EQ(words(bytes.substr(20), 12), fields);
+    EXPECT_EQ(std::memcmp(&bytes[32], &priv(w.fib)->ftyp_skgfrsfib, 4), 0);
+    EXPECT_EQ(bytes.substr(36), std::string(476, '\0') + std::string(65536 - 512, 'd'));
+    expect_resize(w.name, 127, 128, 128);
+    expect_resize(w.name, 99, 100, 128);
+  }
   fault_reset();
   EXPECT_EQ(skgfgfsz(&w.se, w.ctx, txt(w.name), w.name.size()), 65536U);
   EXPECT_EQ(fault_calls("pread64"), 0);  // asked, not probed

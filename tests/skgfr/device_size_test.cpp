@@ -23,7 +23,7 @@ ssize_t read_script(int, void *, size_t, off64_t offset) {
   ++probes;
   if (offset + 512 <= end) return 512;
   errno = error;
-  return error ? -1 : std::max(end - offset, off64_t{0});
+  return error ? -1 : static_cast<ssize_t>(std::max(end - offset, off64_t{0}));
 }
 
 // The raw device 1:5 is bound to 1:3, which answers as a disk of more than 4 GiB.

@@ -14,7 +14,8 @@ namespace {
 
 class Handles : public LayerTest {};
 
-ub8 seal(World &w) { return priv(w.iov)->seal_skgfrsiov; }
+/// The seal, and the mark of a refused close on top of it.
+ub8 seal(World &w) { return ub8{priv(w.iov)->seal_skgfrsiov} + w.iov->flags_skgfriov; }
 ub8 open_file(World &w) { return skgfofi(&w.se, w.ctx, w.fib, w.iov, 0, w.flags), seal(w); }
 ub8 close_file(World &w) { return skgfcfi(&w.se, w.ctx, w.iov), seal(w); }
 ub8 flush(World &w) { return skgfsync(&w.se, w.ctx, w.iov), seal(w); }
@@ -63,7 +64,7 @@ TEST_F(Handles, TellEveryFailureApart) {
       {open_file, {27045, EIO, {3}}, skgfrSEAL, {"close", EIO}},
       {open_file, {27041, EACCES, {3}}, 0, {"open64", EACCES}},
       {open_file, {27060, EBADF}, 0, {"fcntl", EBADF}},
-      {close_file, {27073, 0, {2}}, skgfrSEAL, {}, outstanding},
+      {close_file, {27073, 0, {2}}, skgfrSEAL + skgfrvPENDING, {}, outstanding},
       {close_file, {27052, EIO, {1}}, 0, {"fsync", EIO}},
       {close_file, {27045, EIO, {3}}, skgfrSEAL, {"close", EIO}},
       {flush, {27052, EIO, {2}}, skgfrSEAL, {"fsync", EIO}},
@@ -109,16 +110,18 @@ TEST_F(Handles, RetryDevicesThatAnswerEio) {
     EXPECT_EQ(fault_calls("open64"), pauses + 1);
     EXPECT_EQ(fault_calls("sleep"), pauses);
     EXPECT_EQ(client().lines, trace);
+    EXPECT_TRUE(trace.empty() || w.ctx->spare1_skgfrctx + w.ctx->spare2_skgfrctx == 0);
     close_file(w);
   }
 }
 
-/// What fcntl answers a second process that wants to write the file: the lock's type.
+/// What fcntl answers a second process that wants to write far behind its end: the lock's type.
 int lock_met_by_another_process(const World &w) {
   const pid_t child = fork();
   if (child == 0) {
     struct flock64 met {};
     met.l_type = F_WRLCK;
+    met.l_start = 1 << 20;  // where the file may yet grow
     const int fd = open(w.name.c_str(), O_RDWR);
     _exit(fcntl(fd, F_GETLK64, &met) == 0 ? met.l_type : 99);
   }
@@ -211,6 +214,7 @@ TEST_F(Handles, FailOnRequest) {
       EXPECT_TRUE(
           gives(w, open_file, skgfrSEAL, i < failures ? Expected{27051, 0, {1}} : Expected{0}));
     }
+    EXPECT_EQ(w.fib->serr_skgfrfib, failures == 4 ? 0xFFFF : 0U);
   }
   close_file(w);
 }

@@ -85,7 +85,7 @@ TEST_F(Identify, SizesEveryKindOfFile) {
   for (const auto &[device, bytes, size, flags, expected] : rows) {
     SCOPED_TRACE(testing::Message() << bytes << "/" << size << " " << int{flags});
     World w;
-    const std::string plain = device ? device : w.dir.file("f", bytes);
+    const std::string plain = device ? device : w.dir.file("f", static_cast<size_t>(bytes));
     w.name = "/" + plain;
     w.fib->lblksiz_skgfrfib = size, w.fib->flags_skgfrfib = flags, w.fib->serr_skgfrfib = 7;
     const Expected record = bytes == 1000 ? Expected{27046, 0, {1}} : Expected{0};
@@ -150,8 +150,9 @@ TEST_F(Identify, AsksForSafeMountOptionsOnNfs) {
       const Expected expected = passes ? Expected{0} : Expected{27054, 0, {3}};
       std::vector<std::string> alerts;
       if (!passes) alerts = {first, wanted + (cluster ? ",noac/actimeo=0\n" : "\n")};
-      for (const skgcb *const table_or_none : {&client_table, (const skgcb *)nullptr}) {
-        w.ctx->cbk_skgfrctx = table_or_none;  // without a table nobody hears of it again
+      for (const skgcb *const callbacks :
+           std::initializer_list<const skgcb *>{&client_table, nullptr}) {
+        w.ctx->cbk_skgfrctx = callbacks;  // without any, nobody hears of it again
         EXPECT_TRUE(gives(w, identify, passes ? skgfrrOK : skgfrrERROR, expected));
         EXPECT_EQ(client().lines, alerts);
       }
@@ -162,8 +163,8 @@ TEST_F(Identify, AsksForSafeMountOptionsOnNfs) {
 }
 
 TEST_F(Identify, KeepsDescriptorsInReserve) {
-  const auto raise = [](rlim64_t hard, ub4 ceiling, ub2 mark) {
-    World w;
+  World w;
+  const auto raise = [&w](rlim64_t hard, ub4 ceiling, ub2 mark) {
     rlimit64 limit{16, hard};
     const Expected expected{ceiling ? 0 : 27075};
     bool right =
