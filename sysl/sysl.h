@@ -58,8 +58,8 @@ void slnrm(slerc *se, const text *name, size_t namel, text *out, size_t outsize,
 /* Translates a name: "?" is TARVEX_HOME, "@" is TARVEX_SID, $name and ${name} any variable, a
  * backslash makes the next character literal; the result is then searched along TARVEX_PATH.
  *
- * Arguments as for slnrm; name and out must not overlap. The input needs no NUL; one NUL may be its
- * last character.
+ * Arguments as for slnrm; name and out must not overlap: a value may be longer than its reference.
+ * The input needs no NUL; one NUL may be its last character.
  * Clears the record. Fails, with *outl 0, with
  *   7202 (no words) on a null pointer, an empty input or output, or a NUL inside the input;
  *   7204 (outsize) when the result and its NUL do not fit; out then ends in a NUL;

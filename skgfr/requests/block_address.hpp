@@ -5,7 +5,7 @@
 
 namespace skgfr {
 
-/// The records behind a request. A handle that was never opened has no file.
+/// The records behind a request; a handle that was never opened has no file behind it.
 struct RequestTarget {
   explicit RequestTarget(const skgfrrq *request)
       : handle(extension(request->iov_skgfrrq)),

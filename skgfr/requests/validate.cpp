@@ -42,8 +42,8 @@ struct Examined {
 };
 
 bool check_seals(const Examined &it) {
-  const ub4 file_seal = it.target.file ? it.target.file->seal_skgfrsfib : 0;
-  const ub4 handle_seal = it.target.handle->seal_skgfrsiov;
+  const ub4 file_seal = it.target.file ? seal_of(it.target.file) : 0;
+  const ub4 handle_seal = seal_of(it.target.handle);
   if (file_seal == skgfrSEAL && handle_seal == skgfrSEAL) return true;
   return it.refuse_keep(sites::request_seal, file_seal, handle_seal);
 }

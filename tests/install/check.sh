@@ -13,7 +13,7 @@ truncate -s 1M "$work/stamped"
 truncate -s 1M "$work/blank"
 "$work/prefix/bin/vdprep" vtg "$work/stamped"
 
-cmake -S "$here" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" \
+cmake -G Ninja -S "$here" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" \
   -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" > /dev/null
 cmake --build "$work/cmake" > /dev/null
 pc=$(dirname "$(find "$work/prefix" -name skgfr.pc)")

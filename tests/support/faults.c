@@ -22,6 +22,7 @@
 
 #define MOST_FAULTS 8
 #define MOST_COUNTS 64
+#define MOST_REDIRECTIONS 4
 
 struct fault {
   const char *call;
@@ -33,16 +34,18 @@ static struct {
   const char *call;
   int calls;
 } counts[MOST_COUNTS];
-static const char *redirect_from, *redirect_to;
+static struct { const char *from, *to; } redirections[MOST_REDIRECTIONS];
 static unsigned int file_system;
+static struct timeval time_of_day;
 static fault_ioctl ioctl_answer;
 static int watching; /* nothing is counted before the first reset: that is the process's start */
 
 void fault_reset(void) {
   memset(faults, 0, sizeof faults);
   memset(counts, 0, sizeof counts);
-  redirect_from = redirect_to = NULL;
+  memset(redirections, 0, sizeof redirections);
   file_system = 0;
+  time_of_day = (struct timeval){0};
   ioctl_answer = NULL;
   watching = 1;
 }
@@ -56,8 +59,19 @@ void fault_arm(const char *call, int skip, int times, int error, long result) {
   abort();
 }
 
-void fault_redirect(const char *from, const char *to) { redirect_from = from, redirect_to = to; }
+void fault_redirect(const char *from, const char *to) {
+  for (int i = 0; i < MOST_REDIRECTIONS; ++i) {
+    if (redirections[i].from) continue;
+    redirections[i].from = from, redirections[i].to = to;
+    return;
+  }
+  abort();
+}
+
 void fault_file_system(unsigned int magic) { file_system = magic; }
+void fault_time_of_day(long seconds, long microseconds) {
+  time_of_day = (struct timeval){.tv_sec = seconds, .tv_usec = microseconds};
+}
 void fault_answer_ioctl(fault_ioctl answer) { ioctl_answer = answer; }
 
 int fault_calls(const char *call) {
@@ -95,7 +109,10 @@ static const struct fault *due(const char *call) {
 }
 
 static const char *redirected(const char *name) {
-  return redirect_from && strcmp(name, redirect_from) == 0 ? redirect_to : name;
+  for (int i = 0; i < MOST_REDIRECTIONS && redirections[i].from; ++i) {
+    if (strcmp(name, redirections[i].from) == 0) return redirections[i].to;
+  }
+  return name;
 }
 
 /* Finds the function that this file's stands in front of. */
@@ -144,14 +161,15 @@ FORWARD(int, setrlimit64, (__rlimit_resource_t what, const struct rlimit64 *limi
 FORWARD(int, sigaction, (int signo, const struct sigaction *action, struct sigaction *old),
         (signo, action, old))
 FORWARD(int, putenv, (char *entry), (entry))
-FORWARD(int, gettimeofday, (struct timeval *restrict now, void *restrict zone), (now, zone))
 FORWARD(clock_t, times, (struct tms * usage), (usage))
 FORWARD(char *, strerror, (int error), (error))
+FORWARD(char *, strdup, (const char *from), (from))
+FORWARD(long, sysconf, (int name), (name))
 FORWARD(void *, dlopen, (const char *name, int mode), (name, mode))
 FORWARD(unsigned int, sleep, (unsigned int seconds), (seconds))
 
-/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when there is
- * one, else the C library's. */
+/* malloc is needed to look functions up, so its real one is known by name: the sanitizer's when
+ * there is one, else the C library's. */
 extern void *__interceptor_malloc(size_t size) __attribute__((weak));
 extern void *__libc_malloc(size_t size);
 
@@ -159,6 +177,24 @@ void *malloc(size_t size) {
   const struct fault *const fault = due("malloc");
   if (fault) return NULL;
   return __interceptor_malloc ? __interceptor_malloc(size) : __libc_malloc(size);
+}
+
+/* Compilers turn an allocation that is zeroed at once into calloc. */
+extern void *__interceptor_calloc(size_t count, size_t size) __attribute__((weak));
+extern void *__libc_calloc(size_t count, size_t size);
+
+void *calloc(size_t count, size_t size) {
+  if (due("calloc")) return NULL;
+  return __interceptor_calloc ? __interceptor_calloc(count, size) : __libc_calloc(count, size);
+}
+
+int gettimeofday(struct timeval *restrict now, void *restrict zone) {
+  REAL(int, gettimeofday, (struct timeval *restrict, void *restrict));
+  const struct fault *const fault = due("gettimeofday");
+  if (fault) return (int)fault->result;
+  if (!time_of_day.tv_sec) return real(now, zone);
+  *now = time_of_day;
+  return 0;
 }
 
 int open64(const char *name, int flags, ...) {

@@ -21,11 +21,14 @@ extern "C" {
  * errno set to `error`, without calling the system. Pointer results are given as numbers. */
 void fault_arm(const char *call, int skip, int times, int error, long result);
 
-/* Opening `from` (open64, setmntent) opens `to` instead. */
+/* Opening `from` (open64, setmntent) opens `to` instead; up to four names, kept by reference. */
 void fault_redirect(const char *from, const char *to);
 
 /* fstatfs64 and statfs64 report this file-system type; 0: the true one. */
 void fault_file_system(unsigned int magic);
+
+/* gettimeofday reports this time; 0 seconds: the true one. */
+void fault_time_of_day(long seconds, long microseconds);
 
 /* Answers ioctl; returns 1 when it did, with *result set. Null: the true one. */
 typedef int (*fault_ioctl)(int fd, unsigned long request, void *argument, int *result);

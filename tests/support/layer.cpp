@@ -126,9 +126,9 @@ std::string contents(const std::string &path, size_t size, off64_t offset) {
   return all;
 }
 
-LoopDevice::LoopDevice(const std::string &file, int sector_size) {
-  const std::string command =
-      "losetup --find --show --sector-size " + std::to_string(sector_size) + " " + file + " 2>&1";
+LoopDevice::LoopDevice(const std::string &file, int sector_size, const std::string &options) {
+  const std::string command = "losetup --find --show --sector-size " + std::to_string(sector_size) +
+                              " " + options + " " + file + " 2>&1";
   FILE *const pipe = popen(command.c_str(), "r");
   char line[256] = "";
   const bool answered = pipe && std::fgets(line, sizeof line, pipe);

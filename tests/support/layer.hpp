@@ -98,7 +98,7 @@ std::string contents(const std::string &path, size_t size = ~size_t{0}, off64_t 
 /// A loop device over a file; empty where the system refuses one.
 class LoopDevice {
  public:
-  LoopDevice(const std::string &file, int sector_size);
+  LoopDevice(const std::string &file, int sector_size, const std::string &options = "");
   ~LoopDevice();
   LoopDevice(const LoopDevice &) = delete;
   LoopDevice &operator=(const LoopDevice &) = delete;

@@ -1,0 +1,172 @@
+// Record sizes, initialisation of a context, I/O options and the probe for asynchronous I/O.
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include <cstring>
+
+#include "tests/support/layer.hpp"
+
+namespace {
+using namespace support;
+using std::tuple;
+class ContextTest : public LayerTest {};
+
+/// Runs checks in a process of their own, in which nothing was registered or loaded before.
+template <class Checks>
+void alone(Checks checks) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT((checks(), _exit(testing::Test::HasFailure())), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ContextTest, RecordSizesAndCapabilities) {
+  const tuple<int, size_t, size_t, uword> rows[] = {
+      {0, 0, 0, 0}, {1, 36, 40, 1}, {2, 588, 616, 1}, {3, 112, 152, 0}, {4, 0, 0, 0}};
+  for (const auto &[kind, narrow, wide, able] : rows) {
+    EXPECT_EQ(skgfrgsz(static_cast<skgfrs>(kind)), sizeof(void *) == 4 ? narrow : wide) << kind;
+    EXPECT_EQ(skgfrqib(nullptr, static_cast<skgfra>(kind)), able) << kind;
+  }
+}
+
+TEST_F(ContextTest, FirstInitialisation) {
+  alone([] {
+    slerc se = dirty();
+    skgfrctx ctx;
+    std::memset(&ctx, 0xA5, sizeof ctx);
+    skgfrwcx wait{};
+    skgfrpini(&se, &ctx, &wait, &client_table, reinterpret_cast<skgcbctx *>(&wait));
+    EXPECT_TRUE(is(se, {0}) && wait.pid_skgfrwcx == getpid() && ctx.ioctx_skgfrctx);
+    for (const kgglk *list : {&ctx.qdone_skgfrctx, &ctx.qsubmit_skgfrctx, &ctx.conv_skgfrctx}) {
+      EXPECT_TRUE(list->kgglknxt == list && list->kgglkprv == list);
+    }
+    EXPECT_TRUE(ctx.cbk_skgfrctx == &client_table && ctx.cbctx_skgfrctx && !ctx.iocbs_skgfrctx);
+    EXPECT_EQ(tuple(ctx.sigwinchslot_skgfrctx, ctx.maxlio_skgfrctx, ctx.maxopen_skgfrctx,
+                    ctx.flags_skgfrctx, ctx.maxaio_skgfrctx, ctx.addend_skgfrctx),
+              tuple(1, 1024, 0xFFFFFFFF, 0x103, 1024, -1));
+    EXPECT_EQ(ctx.aiopend_skgfrctx | ctx.aiodone_skgfrctx | ctx.curopen_skgfrctx, 0u);
+    struct sigaction action {};
+    EXPECT_EQ(sigaction(SIGWINCH, nullptr, &action), 0);
+    EXPECT_TRUE(action.sa_sigaction == sslsshandler && !(action.sa_flags & SA_RESTART));
+
+    const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {{1024, RLIM64_INFINITY, 409, ~ub8{0}},
+                                                          {1000, 0xFFFFFFFF, 400, ~ub8{0}},
+                                                          {256, 0x100000000, 102, 0x100000000}};
+    for (const auto &[files, bytes, low_water, limit] : limits) {
+      const rlimit64 open_files{files, 1024}, size{bytes, RLIM64_INFINITY};
+      EXPECT_TRUE(!setrlimit64(RLIMIT_NOFILE, &open_files) && !setrlimit64(RLIMIT_FSIZE, &size));
+      Context again;  // finds the handler in place, which is no failure
+      EXPECT_TRUE(is(again.se, {0}) && again->sigwinchslot_skgfrctx == 0);
+      EXPECT_TRUE(again->lwm_skgfrctx == low_water && again->limfsiz_skgfrctx == limit);
+    }
+  });
+}
+
+TEST_F(ContextTest, FirstInitialisationWhenTheSystemRefuses) {
+  const tuple<const char *, int, int, long, Expected, ub4, ub4> rows[] = {
+      {"getrlimit64", 0, 1, FAULT_FAILS, {27078, EPERM, {1}}, 0x000, 0},
+      {"getrlimit64", 1, 1, FAULT_FAILS, {27032, EPERM, {1}}, 0x100, 0},
+      {"sigaction", 0, 1, FAULT_FAILS, {27048}, 0x103, 1024},
+      {"sigaction", 1, 1, FAULT_FAILS, {27049, EPERM, {1}}, 0x103, 1024},
+      {"sigaction", 2, 1, FAULT_FAILS, {27049, EPERM, {2}}, 0x103, 1024},
+      {"dlopen", 0, 2, FAULT_NULL, {0}, 0x100, 0}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(&row - rows);
+    alone([&] {
+      const auto &[call, skip, times, result, expected, flags, most] = row;
+      client().numbers = {{"_enable_list_io", 1}};
+      fault_arm(call, skip, times, EPERM, result);
+      Context ctx;
+      EXPECT_TRUE(is(ctx.se, expected) && ctx->flags_skgfrctx == flags);
+      EXPECT_TRUE(ctx->maxaio_skgfrctx == most && (result || ctx->maxlio_skgfrctx == 0));
+      EXPECT_TRUE(most || (!ctx->ioctx_skgfrctx && !skgfr_aiosupported(ctx, 0)));
+    });
+  }
+}
+
+TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
+  const char *const cluster = "cluster_database", *const check = "_check_block_after_checksum";
+  const skgcb *const table = &client_table;
+  skgcb mute = client_table, liar = client_table;
+  mute.getparam_skgcb = nullptr;
+  liar.getparam_skgcb = [](skgcbctx *, const text *name, uword *, void *value, text **,
+                           const text *, size_t) -> boolean {
+    *static_cast<uword *>(value) = name[0] == 'c' ? 5 : 0;
+    return FALSE;  // it stores values that it denies knowing
+  };
+  const tuple<const skgcb *, const char *, uword, ub4> rows[] = {
+      {nullptr, "", 0, 0x103},      {&mute, "", 0, 0x103},    {&liar, "", 0, 0x303},
+      {table, cluster, 256, 0x303}, {table, check, 0, 0x003}, {table, check, 7, 0x103}};
+  for (const auto &[client_table, name, value, flags] : rows) {
+    client().numbers = {{name, value}};
+    Context ctx(client_table);
+    EXPECT_TRUE(is(ctx.se, {0}) && ctx->flags_skgfrctx == flags) << name << value;
+  }
+}
+
+TEST_F(ContextTest, OptionWords) {
+  const std::pair<std::string, ub4> rows[] = {
+      {"asynch", 0x40}, {"A", 0x40}, {"directio", 0x80}, {"Dx", 0x80}, {"setall", 0xC0},
+      {"S", 0xC0},      {"none", 0}, {"Nasd", 0},        {"xs", 0},    {"", 0}};
+  skgfrctx ctx{};
+  ctx.cbk_skgfrctx = &client_table;
+  for (const auto &[word, bits] : rows) {
+    client().io_options = word;  // an empty one is not known to the client
+    for (const bool asked : {false, true}) {
+      ctx.flags_skgfrctx = 0x1C0;
+      slerc se = dirty();
+      if (asked) skgfrsini(&se, &ctx, nullptr, nullptr, nullptr);
+      if (!asked) skgfrsetioparam(&se, &ctx, word.empty() ? nullptr : txt(word), 1);
+      EXPECT_TRUE(is(se, {0}) && ctx.flags_skgfrctx == (0x100 | bits)) << word << asked;
+    }
+  }
+  char memory[7] = "######";
+  void *value = &value;
+  uword length = 77;
+  const auto refuse = [](void *, size_t) -> void * { return nullptr; };
+  const auto give = [](void *memctx, size_t size) { return size == 6 ? memctx : nullptr; };
+  EXPECT_EQ(skgfrioparamcb(nullptr, &value, &length, nullptr, refuse, memory), 1u);
+  EXPECT_TRUE(value == &value && length == 77);
+  EXPECT_EQ(skgfrioparamcb(nullptr, &value, &length, nullptr, give, memory), 0u);
+  EXPECT_TRUE(value == memory && length == 4 && std::memcmp(memory, "none\0\0", 7) == 0);
+}
+
+TEST_F(ContextTest, DirectInputAndOutput) {
+  const int folder = open("/tmp", O_RDONLY);
+  constexpr unsigned local = 0xEF53, cluster = 0xA156F7EB, network = 0x6969;
+  const tuple<ub4, mode_t, ub1, unsigned, int, boolean> rows[] = {
+      {0x000, S_IFREG, 0, local, 0, FALSE},       {0x080, S_IFREG, 2, local, 16384, TRUE},
+      {0x080, 0, 0, local, 16384, TRUE},          {0x080, S_IFCHR, 0, local, 0, FALSE},
+      {0x080, S_IFCHR, 0, cluster, 16384, FALSE}, {0x000, S_IFBLK, 0, local, 16384, TRUE},
+      {0x000, S_IFREG, 2, cluster, 16384, TRUE},  {0x040, S_IFREG, 0, network, 0, FALSE},
+      {0x200, S_IFREG, 0, network, 16384, FALSE}, {0x200, S_IFREG, 2, network, 0, FALSE}};
+  skgfrctx ctx{};
+  for (const auto &[bits, mode, flags, system, by_name, by_descriptor] : rows) {
+    fault_file_system(system);
+    ctx.flags_skgfrctx = bits;
+    EXPECT_EQ(skgfr_cfsdirectio(bits ? &ctx : nullptr, "/tmp", mode, flags), by_name);
+    EXPECT_EQ(skgfr_cfsdirectiofd(&ctx, folder, mode), by_descriptor) << bits << " " << mode;
+  }
+  fault_file_system(cluster);
+  EXPECT_EQ(skgfr_cfsdirectio(nullptr, "/tmp/no such file", S_IFREG, 0), 0);
+  EXPECT_EQ(skgfr_cfsdirectiofd(nullptr, -1, S_IFREG), FALSE);
+  close(folder);
+}
+
+TEST_F(ContextTest, ProbeForAsynchronousInputAndOutput) {
+  TempDir dir;
+  int ends[2];
+  ASSERT_TRUE(pipe2(ends, O_NONBLOCK) == 0 && write(ends[1], "short", 5) == 5);
+  const auto file = [&](size_t size) {
+    return open(dir.file(std::to_string(size), size).c_str(), O_RDONLY);
+  };
+  const std::pair<int, boolean> rows[] = {// good ones between: no completion is another's
+                                          {ends[0], FALSE},      {file(512), TRUE},
+                                          {dup(ends[0]), FALSE}, {file(8192), TRUE},
+                                          {file(511), FALSE},    {open("/tmp", O_RDONLY), FALSE},
+                                          {file(513), TRUE},     {ends[1], FALSE}};
+  Context ctx;
+  for (const auto &[fd, supported] : rows) {
+    EXPECT_EQ(skgfr_aiosupported(ctx, fd), supported) << fd;
+    EXPECT_EQ(close(fd), 0);
+  }
+}
+}  // namespace

@@ -1,0 +1,104 @@
+// What tables about files name: operations on a world of their own, changes to it, and the driver
+// of failure tables.
+#pragma once
+
+#include <cstring>
+#include <fstream>
+#include <tuple>
+
+#include "tests/support/layer.hpp"
+
+namespace support {
+
+/// What an operation works on. Nothing is armed and nobody was told anything when it begins.
+struct World {
+  TempDir dir, memory{"/dev/shm"};
+  std::string name = dir.path("file");
+  skgfrf type = skgfrfVTG;
+  ub4 blocks = 1;
+  ub1 flags = 0;
+  Context ctx;
+  Fib fib;
+  Iov iov;
+  slerc se{};
+  World() { fib->lblksiz_skgfrfib = 512, client() = Client{}, fault_reset(); }
+};
+
+/// Its result is what it returns or, where it returns nothing, something that it leaves behind.
+using Operation = ub8 (*)(World &);
+using Change = void (*)(World &);
+
+inline ub8 identify(World &w) {
+  const skgfrr result = skgfifi(&w.se, w.ctx, w.fib, txt(w.name), w.name.size());
+  const bool identified = result == skgfrrOK || result == skgfrrSZERR;
+  EXPECT_EQ(priv(w.fib)->seal_skgfrsfib, identified ? skgfrSEAL : 0);
+  return result;
+}
+
+inline void put(const std::string &path, const std::string &bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+inline void climbing(World &w) { w.name = "/tmp/../tmp/file"; }
+inline void missing(World &w) { w.name += "2"; }
+inline void file_of_1024(World &w) { w.name = w.dir.file("file", 1024); }
+template <size_t size>
+void block_size_of(World &w) {
+  w.fib->lblksiz_skgfrfib = size;
+}
+
+/// Size in blocks, last block and offset of block 1, as the record has them.
+using Facts = std::tuple<ub4, ub4, size_t>;
+inline Facts facts(const World &w) {
+  const skgfrsfib *const file = priv(w.fib);
+  return {w.fib->filsiz_skgfrfib, file->lastblk_skgfrsfib, file->blk1offset_skgfrsfib};
+}
+
+/// Whether the operation comes to this result and leaves exactly this error record.
+inline testing::AssertionResult gives(World &w, Operation operation, ub8 result,
+                                      const Expected &expected = {0}) {
+  w.se = dirty();
+  const ub8 found = operation(w);
+  const testing::AssertionResult recorded = is(w.se, expected);
+  if (found == result || !recorded) return recorded;
+  return testing::AssertionFailure() << "result " << found << " instead of " << result;
+}
+
+/// A call that fails once, after `skip` calls that pass.
+struct Fault {
+  const char *call = nullptr;
+  int error = 0, skip = 0;
+  long result = FAULT_FAILS;
+};
+
+struct FailureRow {
+  Operation operation;
+  Expected expected;
+  ub8 result;
+  Fault fault{};
+  Change change = [](World &) {};  // what is different for this row
+};
+
+/// Runs each row in a world that `before` prepared. Nothing may stay open but what a close that
+/// never reached the system left.
+template <size_t count>
+void expect_failures(Change before, const FailureRow (&rows)[count]) {
+  for (const auto &[operation, expected, result, fault, change] : rows) {
+    SCOPED_TRACE(testing::Message() << expected.code << " (" << expected.words[0] << ")");
+    World w;
+    const int open = open_descriptors();
+    before(w);
+    change(w);
+    if (fault.call) fault_arm(fault.call, fault.skip, 1, fault.error, fault.result);
+    EXPECT_TRUE(gives(w, operation, result, expected));
+    fault_reset();
+
+    const bool held = priv(w.iov)->seal_skgfrsiov == skgfrSEAL;
+    const bool lost = !held && fault.call && std::strcmp(fault.call, "close") == 0;
+    priv(w.iov)->aiopend_skgfrsiov = 0;
+    if (held) skgfcfi(&w.se, w.ctx, w.iov);
+    EXPECT_EQ(w.ctx->curopen_skgfrctx, 0U);
+    EXPECT_EQ(open_descriptors(), open + lost);
+  }
+}
+
+}  // namespace support

@@ -1,0 +1,59 @@
+// Tests in processes of their own, guarded buffers, and records that keep their leftovers.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <tuple>
+
+#include "tests/support/layer.hpp"
+
+namespace support {
+
+/// Runs the body in a child, for what a process does only once: fill a list, install a handler.
+/// What fails in the child is printed there and fails the test.
+template <class Body>
+void in_own_process(Body body) {
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    body();
+    std::fflush(stdout);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0) << "in a process of its own";
+}
+
+template <class Rows, class Body>
+void each_in_own_process(const Rows &rows, Body body) {
+  for (const auto &row : rows) in_own_process([&] { body(row); });
+}
+
+/// A buffer whose end is watched.
+class Guarded {
+ public:
+  explicit Guarded(size_t room) : room_(room), bytes_(room + 16, '\xA5') {}
+  text *data() { return txt(bytes_); }
+  std::string start(size_t size) const { return bytes_.substr(0, size); }
+  bool intact() const { return intact(room_); }
+  bool intact(size_t from) const { return bytes_.find_first_not_of('\xA5', from) == bytes_.npos; }
+
+ private:
+  size_t room_;
+  std::string bytes_;
+};
+
+inline std::string str(const text *name) { return reinterpret_cast<const char *>(name); }
+
+/// A record that was dirty and of which only the code was set.
+inline Expected only(eword code) {
+  const ub4 left = 0x5A5A5A5A;
+  return {code, 0x5A5A5A5A, {left, left, left}};
+}
+
+}  // namespace support

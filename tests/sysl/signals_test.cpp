@@ -1,0 +1,135 @@
+// The signal registry: what it refuses and installs, whom it calls, in which order and mask.
+#include "sysl/signal_registry.hpp"
+#include "tests/support/own_process.hpp"
+
+using namespace support;
+using Signals = LayerTest;
+
+static std::string calls;  // the contexts of the handlers called, "p" and "P" for previous ones
+static char a[] = "a", b[] = "b", f[] = "f";
+
+static bool is_blocked(int signo) {
+  sigset_t blocked;
+  sigprocmask(SIG_SETMASK, nullptr, &blocked);
+  return sigismember(&blocked, signo);
+}
+
+/// Notes whether two signals are blocked that only dispatch may block, and only one of them.
+static void note(sword, void *ctx) {
+  calls += static_cast<char *>(ctx);
+  if (is_blocked(SIGUSR2)) calls += '!';
+  if (is_blocked(SIGXCPU)) calls += '?';
+  errno = 99;
+}
+static void plain(int signo) { calls += signo == 28 ? "p" : "wrong"; }
+static void informed(int signo, siginfo_t *info, void *context) {
+  calls += signo == 28 && info->si_signo == 28 && context ? "P" : "wrong";
+}
+
+static struct sigaction installed(int signo) {
+  struct sigaction now;
+  sigaction(signo, nullptr, &now);
+  now.sa_flags &= ~0x04000000;  // the C library's own
+  return now;
+}
+
+static sword add(sword signo, void *ctx, ub4 flags = 0) {
+  slerc se = dirty();
+  const sword slot = sslssreghdlr(&se, signo, note, ctx, flags);
+  EXPECT_TRUE(is(se, only(0)) && !is_blocked(signo));
+  return slot;
+}
+
+static std::string raised(int signo) {
+  calls.clear();
+  errno = 77;
+  raise(signo);
+  EXPECT_EQ(errno, 77);
+  return calls;
+}
+
+TEST_F(Signals, Refusals) {
+  const auto special = [](uintptr_t value) { return reinterpret_cast<sslsshdl>(value); };
+  const ub4 none = 99, word = static_cast<ub4>(reinterpret_cast<uintptr_t>(note));
+  // The flags of an earlier registration of note for a, if any; then the refused one.
+  // clang-format off
+  const std::tuple<ub4, sword, sslsshdl, char *, ub4, Expected> cases[] = {
+      {none, 0, note, a, 32, {21110, 0, {0, 64}}}, {none, 65, note, a, 0, {21110, 0, {65, 64}}},
+      {none, -1, note, a, 0, {21110, 0, {~0u, 64}}}, {none, 28, special(0), a, 32, {21115}},
+      {none, 28, special(0), a, 0, {21111, 0, {28}}}, {2, 28, note, a, 2, {21111, 0, {28, word}}},
+      {0, 28, note, a, 2, {21112, 0, {28, word}}}, {2, 28, note, b, 0, {21111, 0, {28, word}}},
+      {1, 28, note, a, 1, {21113, 0, {28, word}}}, {0, 28, note, a, 1, {21117, 0, {28, word}}},
+      {none, 28, special(1), a, 0, {21111, 0, {28, 1}}}, {none, 9, note, a, 2, {21118, 0, {9}}},
+      {2, 9, note, b, 0, {21111, 0, {9, word}}}};
+  // clang-format on
+  each_in_own_process(cases, [&](const auto &row) {
+    const auto &[before, signo, handler, ctx, flags, expected] = row;
+    slerc se = dirty();
+    if (before != none) sslssreghdlr(&se, signo, note, a, before);
+    se = dirty();
+    EXPECT_TRUE(sslssreghdlr(&se, signo, handler, ctx, flags) == -1 && !is_blocked(28));
+    EXPECT_TRUE(is(se, expected));
+  });
+}
+
+TEST_F(Signals, InstalledFlagsAndMask) {
+  const std::pair<ub4, int> cases[] = {
+      {0, 0x10000004}, {1, 0x10000004}, {8, 4}, {16, 0x18000004}, {24, 0x08000004}};
+  each_in_own_process(cases, [&](const auto &row) {
+    const auto &[flags, expected] = row;
+    EXPECT_TRUE(add(28, a, flags) == 1 && add(28, b, 24) == 2 && add(64, a) == 1);
+    const struct sigaction now = installed(28);
+    EXPECT_TRUE(now.sa_flags == expected && now.sa_sigaction == sslsshandler) << now.sa_flags;
+    std::string open;
+    for (int signo = 1; signo <= 64; ++signo) {
+      if (!sigismember(&now.sa_mask, signo)) open += std::to_string(signo) + " ";
+    }
+    // 9 and 19 cannot be blocked; 32 and 33 are the C library's own.
+    EXPECT_EQ(open, "4 6 7 8 9 11 12 19 24 25 31 32 33 ");
+  });
+}
+
+TEST_F(Signals, CallOrderMaskAndStates) {
+  in_own_process([] {
+    ub4 flags = 5;
+    EXPECT_TRUE(sslsigprh(9, plain, 0, &flags) == SIG_ERR && errno == EINVAL && flags == 5);
+    EXPECT_EQ(sslsigprh(28, plain, SA_NODEFER, nullptr), SIG_DFL);
+    EXPECT_EQ(sslsigprh(28, plain, 0, &flags), plain);
+    EXPECT_EQ(flags & ~0x04000000u, 0x40000000u);
+    EXPECT_EQ(installed(28).sa_flags, 0x10000004);
+    sslsigreghndlr(28, plain, SA_RESTART);
+    sigset_t own;
+    sigemptyset(&own), sigaddset(&own, 28), sigprocmask(SIG_BLOCK, &own, nullptr);
+    EXPECT_TRUE(add(28, a) == 1 && add(28, f, sslssFINAL) == 2 && add(28, b) == 3);
+    EXPECT_EQ(raised(28), "bapf");
+    add(SIGUSR2, f, sslssFINAL), add(SIGXCPU, b);
+    EXPECT_EQ(raised(28), "b!a!pf");
+    EXPECT_FALSE(is_blocked(SIGUSR2));
+    sysl::Slot *const newest = sslssglobuf[28].head.next, *const final_slot = newest->next;
+    newest->state = final_slot->state = sysl::SlotState::held;
+    EXPECT_EQ(raised(28), "a!p");
+    EXPECT_TRUE(newest->pending == 1 && final_slot->pending == 0);
+  });
+}
+
+TEST_F(Signals, PreviousHandlers) {
+  const auto as_plain = reinterpret_cast<sslsighdl>(reinterpret_cast<void (*)()>(informed));
+  const std::tuple<sslsighdl, ub4, int, std::string> cases[] = {
+      {plain, SA_RESTART | SA_NODEFER, 0x50000004, "p"},
+      {plain, static_cast<ub4>(SA_RESETHAND), -0x7FFFFFFC, "p"},
+      {as_plain, SA_SIGINFO | SA_ONSTACK, 0x08000004, "P"},
+      {SIG_IGN, SA_NODEFER, 0x10000004, ""}};
+  // A failed slot allocation before must not make the dispatcher its own previous handler.
+  for (const bool after_failure : {false, true}) {
+    each_in_own_process(cases, [&](const auto &row) {
+      const auto &[handler, flags, flags_then, called] = row;
+      sslsigreghndlr(28, handler, flags);
+      if (after_failure) {
+        fault_arm("malloc", 0, 1, ENOMEM, FAULT_NULL);
+        EXPECT_TRUE(add(28, a) == -1 && raised(28) == called) << calls;
+      }
+      EXPECT_TRUE(add(28, a) == 1 && installed(28).sa_flags == flags_then);
+      EXPECT_TRUE(raised(28) == "a" + called && raised(28) == "a" + called) << calls;
+    });
+  }
+}

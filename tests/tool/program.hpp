@@ -1,0 +1,108 @@
+// Runs of the program as its own process, and plans of what a run prints and leaves.
+//
+// A plan is a line of words: keys of `messages`; "eN" the system's error; a number a detail word;
+// "<A >B" the sizes of a failed resize; "size/blocks" the new header; "+N" the file's new size.
+#pragma once
+
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "tests/support/layer.hpp"
+
+namespace support {
+
+struct Outcome {
+  int status;  // of exit, or 128 and the signal
+  std::string output;
+};
+
+/// Runs a shell command that finds the program in $P.
+inline Outcome run(const std::string &command) {
+  FILE *const pipe = popen(("P=" VDPREP_PROGRAM "; " + command).c_str(), "r");
+  std::string output;
+  for (int c; (c = std::fgetc(pipe)) != EOF;) output += static_cast<char>(c);
+  return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+/// "block size/blocks behind it" of a header that is right in every byte, else what is wrong.
+inline std::string decode(const std::string &bytes) {
+  ub4 size = 0, blocks = 0;
+  if (bytes.size() >= 28) std::memcpy(&size, &bytes[20], 4), std::memcpy(&blocks, &bytes[24], 4);
+  if ((size != 512 && size != 4096) || bytes.size() < size) return "no block size";
+  std::string wanted(size, '\0');
+  wanted[1] = size == 512 ? '\x22' : '\x82';
+  wanted.replace(4, 4, std::string("\0\0\xC0\xFF", 4)).replace(28, 4, "\x7D\x7C\x7B\x7A");
+  wanted.replace(16, 2, bytes, 16, 2).replace(20, 8, bytes, 20, 8);
+  if (bytes.compare(0, size, wanted) != 0) return "wrong bytes";
+  int sum[2] = {0, 0};
+  for (size_t at = 0; at < size; ++at) sum[at % 2] ^= bytes[at];
+  return sum[0] || sum[1] ? "wrong sum" : std::to_string(size) + "/" + std::to_string(blocks);
+}
+
+struct Message {
+  const char *key;
+  int status;
+  const char *text;
+};
+constexpr Message messages[] = {
+    {"ok", 0, "vdprep: successfully initialized file {}\n"},
+    {"silent", 0, ""},
+    {"gone", 1, "vdprep: File {} not found\n"},
+    {"usage", 2, "Usage: vdprep <filetype> <filename>\n"},
+    {"unknown", 2, "vdprep: unknown file type {}\n"},
+    {"early4", 4, "vdprep:Recvd unexpected error 4 from skgfifi\nskgfifi: "},
+    {"early5", 4, "vdprep:Recvd unexpected error 5 from skgfifi\nskgfifi: "},
+    {"ident4", 4, "vdprep: Received unexpected error 4 from skgfifi\nskgfifi: "},
+    {"ident5", 4, "vdprep: Received unexpected error 5 from skgfifi\nskgfifi: "},
+    {"init", 4, "vdprep: failure at context init\nskgfrpini: "},
+    {"open", 4, "vdprep: failure at open\nskgfofi: "},
+    {"write", 4, "vdprep: Unexpected error queueing IO\nskgfqio: "},
+    {"close", 4, "vdprep: Unexpected error closing file\nskgfcfi: "},
+    {"unclosed", 0, "vdprep: Unexpected error closing KVS file\n"},
+    {"resize", 0, "vdprep: Failure trying to resize KVS file from "},
+    {"mute", 4, ""},
+    {"killed", 137, ""}};
+
+/// The bytes of a file or a block device, as far as a test fills them; of anything else none.
+inline std::string bytes_of(const std::string &name) {
+  namespace fs = std::filesystem;
+  return fs::is_regular_file(name) || fs::is_block_file(name) ? contents(name, 1 << 20) : "";
+}
+
+/// Holds a run with `argument` against its plan; `data` held the bytes `before` until then.
+inline void expect(const std::string &plan, const std::string &argument, const Outcome &got,
+                   std::string before, const std::string &data) {
+  SCOPED_TRACE(argument + ": " + plan);
+  const std::string after = bytes_of(data);
+  Outcome wanted{0, ""};
+  size_t header = 0;
+  std::istringstream words(plan);
+  for (std::string word; words >> word;) {
+    const Message *known = nullptr;
+    for (const Message &message : messages) known = word == message.key ? &message : known;
+    const std::string value = word.substr(1);
+    if (known) {
+      wanted = {known->status, wanted.output + known->text};
+    } else if (word.find('/') != word.npos) {
+      header = std::stoul(word);
+      EXPECT_EQ(decode(after), word);
+    } else if (word[0] == '+') {
+      before.resize(std::stoul(value), '\0');
+    } else if (word[0] == 'e') {
+      wanted.output += "Linux Error: " + value + ": " + std::strerror(std::stoi(value)) + "\n";
+    } else if (word[0] == '<' || word[0] == '>') {
+      wanted.output += value + (word[0] == '<' ? " bytes to " : " bytes\n");
+    } else {
+      wanted.output += "Additional information: " + word + "\n";
+    }
+  }
+  const size_t at = wanted.output.find("{}");
+  if (at != std::string::npos) wanted.output.replace(at, 2, argument);
+  EXPECT_EQ(got.status, wanted.status);
+  EXPECT_EQ(got.output, wanted.output);
+  EXPECT_TRUE(after.size() == before.size() && !after.compare(header, after.npos, before, header))
+      << "other bytes changed";
+}
+
+}  // namespace support
