@@ -39,7 +39,7 @@ struct Level {
   size_t names_at;  // where in the path the names of its entries go
   std::unique_ptr<DIR, CloseFolder> folder;
   dev_t device = 0;
-  ino_t number = 0;
+  ino64_t number = 0;
 
   int fd() const { return dirfd(folder.get()); }
   bool open(const char *path);
