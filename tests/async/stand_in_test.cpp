@@ -153,7 +153,8 @@ TEST_F(StandIn, Completion) {
       SCOPED_TRACE(&row - rows);
       plan({}, {}, {row.result});
       Request *const one = make(1)[0];
-      queue({one}, true);
+      queue({one}, suspended);
+      EXPECT_NE(priv(one->iosb)->start_skgfrsisb, 0u);
       priv(one->iosb)->start_skgfrsisb -= 500;
       aiocb64 *const block = &priv(one->iosb)->aio64req_skgfrsisb;
       const auto state = [&] {
