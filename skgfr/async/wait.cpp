@@ -63,8 +63,8 @@ ub4 report_all_converted(skgfrctx *ctx, ub4 count) {
 boolean skgfrliopo(slerc *se, skgfrctx *ctx, ub4 count, uword, boolean intr, ub4 tout) {
   if (count == 0) return TRUE;
   const timespec timeout = wait_time(tout);
-  for (ub4 reaped = 0; reaped < count && ctx->aiopend_skgfrctx != 0;) {
-    const ub4 wanted = smallest(count - reaped, most_reaped, ctx->aiopend_skgfrctx);
+  for (ub4 reaped = 0; reaped < count && pending_in_kernel(ctx) != 0;) {
+    const ub4 wanted = smallest(count - reaped, most_reaped, pending_in_kernel(ctx));
     unsigned int done = 0;
     const long result = skgfr_reap64(ctx, &timeout, wanted, nullptr, most_reaped, &done, FALSE);
     const int error = errno;
