@@ -32,6 +32,7 @@ class LayerSide : public Side {
  public:
   LayerSide(const Row &row, const Storage &storage)
       : row_(row),
+        flags_(flags_of(row)),
         requests_(row.requests()),
         errors_(row.requests()),
         vectors_(vector_length),
@@ -50,14 +51,14 @@ class LayerSide : public Side {
 
   void round() override {
     for (kgglk &head : heads_) {
-      if (skgfqio(&context_, &head, flags()) != 0) refuse();
+      if (skgfqio(&context_, &head, flags_) != 0) refuse();
       if (row_.kind == Kind::asynchronous) collect();
     }
   }
 
  private:
-  ub4 flags() const {
-    switch (row_.kind) {
+  static ub4 flags_of(const Row &row) {
+    switch (row.kind) {
       case Kind::positioned: return skgfqioREAD;
       case Kind::vectored: return skgfqioREAD | skgfqioVECTOR;
       case Kind::asynchronous: return skgfqioREAD | skgfqioASYNC;
@@ -137,6 +138,7 @@ class LayerSide : public Side {
   }
 
   const Row &row_;
+  const ub4 flags_;
   slerc se_{};
   skgfrctx context_{};
   std::vector<skgfrrq> requests_;

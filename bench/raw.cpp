@@ -59,13 +59,20 @@ class Vectored : public RawSide {
   std::vector<iovec> parts_;
 };
 
+/// libaio returns its error numbers, negated.
+void expect(int result, int expected, const char *call) {
+  if (result == expected) return;
+  errno = result < 0 ? -result : EAGAIN;
+  give_up(call);
+}
+
 /// Control blocks are prepared once. Waits return with the first completions, as the layer's do: what
 /// has completed by then differs from call to call, for both sides alike.
 class Asynchronous : public RawSide {
  public:
   Asynchronous(const Row &row, const Storage &storage)
       : RawSide(row, storage), blocks_(row.requests()), list_(row.requests()), events_(row.list) {
-    if (io_setup(1024, &context_) != 0) give_up("io_setup");
+    expect(io_setup(1024, &context_), 0, "io_setup");
     for (unsigned i = 0; i < row.requests(); ++i) {
       io_prep_pread(&blocks_[i], file_.get(), storage.buffer(i), row.bytes, storage.offset(i));
       list_[i] = &blocks_[i];
@@ -80,10 +87,10 @@ class Asynchronous : public RawSide {
  private:
   void submit_and_collect(iocb **list) {
     const int count = static_cast<int>(row_.list);
-    if (io_submit(context_, count, list) != count) give_up("io_submit");
+    expect(io_submit(context_, count, list), count, "io_submit");
     for (int done = 0; done < count;) {
       const int events = io_getevents(context_, 1, count - done, events_.data(), nullptr);
-      if (events < 1) give_up("io_getevents");
+      if (events < 1) expect(events, 1, "io_getevents");
       for (int i = 0; i < events; ++i) {
         if (events_[static_cast<size_t>(i)].res != row_.bytes) give_up("asynchronous read");
       }
