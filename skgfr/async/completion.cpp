@@ -19,44 +19,60 @@ void put_on_done_queue(skgfrctx *ctx, skgfrsisb *request) {
 }
 
 void store_elapsed(const skgfriosb *status, const skgfrsisb *request) {
-  if (!status->time_skgfriosb) return;
   slerc ignored;
   *status->time_skgfriosb = elapsed(request->start_skgfrsisb, slgcs(&ignored));
 }
 
-skgfri fail_completion(slerc *se, const Site &site, int error, int moved, size_t asked) {
-  fail(se, site, error, static_cast<ub4>(moved), static_cast<ub4>(asked));
-  return skgfriIOERROR;
+void fail_completion(skgfrsisb *request, aiocb64 *block, int error) {
+  skgfriosb *const status = public_record(request);
+  const Site &site = error != 0 ? sites::completion_error : sites::completion_short;
+  fail(status->slerc_skgfriosb, site, error, static_cast<ub4>(skgfr_return64(nullptr, block)),
+       static_cast<ub4>(request->aiosize_skgfrsisb));
+  status->status_skgfriosb = skgfriIOERROR;
 }
 
-/// Fills the status block and the error record from the completed control block.
-void complete(skgfrctx *ctx, skgfrsisb *request, aiocb64 *block, int error) {
-  skgfriosb *const status = public_record(request);
-  slerc *const se = status->slerc_skgfriosb;
-  const size_t asked = request->aiosize_skgfrsisb;
-  const int moved = skgfr_return64(ctx, block);
-  if (error != 0) {
-    status->status_skgfriosb = fail_completion(se, sites::completion_error, error, moved, asked);
-  } else if (static_cast<size_t>(moved) != asked) {
-    status->status_skgfriosb = fail_completion(se, sites::completion_short, 0, moved, asked);
-  } else {
-    begin(se);
-    store_elapsed(status, request);
-    status->status_skgfriosb = skgfriDONE;
-  }
+bool moved_everything(const skgfrsisb *request, const aiocb64 *block) {
+  const size_t moved = static_cast<size_t>(block->__error_code);
+  return block->__aio_key == completed && moved == request->aiosize_skgfrsisb;
+}
+
+/// Fills the status block and the error record from the control block.
+inline void complete(skgfrsisb *request, aiocb64 *block, int error) {
   request->qstatus_skgfrsisb &= ~(delivered | completion_due);
+  if (error != 0 || !moved_everything(request, block)) {
+    return fail_completion(request, block, error);
+  }
+  skgfriosb *const status = public_record(request);
+  begin(status->slerc_skgfriosb);
+  if (status->time_skgfriosb) store_elapsed(status, request);
+  status->status_skgfriosb = skgfriDONE;
+}
+
+inline void handle(skgfrctx *ctx, skgfrsisb *request, aiocb64 *block, int error, ub1 phases) {
+  if (phases & queue_phase) {
+    put_on_done_queue(ctx, request);
+    if (!(phases & complete_phase)) request->qstatus_skgfrsisb |= delivered | completion_due;
+  }
+  if (phases & complete_phase) complete(request, block, error);
+}
+
+void complete_late(skgfrctx *ctx, skgfrsisb *request) {
+  aiocb64 *const block = &request->aio64req_skgfrsisb;
+  complete(request, block, skgfr_error64(ctx, block));
 }
 
 /// Gives a request on the done queue to the client, completed first when that is still due.
-skgfriosb *deliver(skgfrctx *ctx, skgfrsisb *request) {
-  if (has(request, delivered | completion_due)) {
-    aiocb64 *const block = &request->aio64req_skgfrsisb;
-    skgfrciohdlr(ctx, request, block, skgfr_error64(ctx, block), complete_phase);
-  }
+inline skgfriosb *deliver(skgfrctx *ctx, skgfrsisb *request) {
+  if (has(request, delivered | completion_due)) complete_late(ctx, request);
   take_off_done_queue(ctx, request);
   request->qstatus_skgfrsisb |= delivered;
   --request->iov_skgfrsisb->aiopend_skgfrsiov;
   return public_record(request);
+}
+
+inline skgfriosb *deliver_next(skgfrctx *ctx) {
+  if (is_empty(ctx->qdone_skgfrctx)) return nullptr;
+  return deliver(ctx, owner_of(ctx->qdone_skgfrctx.kgglknxt));
 }
 
 /// A converted request that no poll has moved yet stands on a list that is not the done queue.
@@ -84,24 +100,26 @@ void report_converted(skgfrctx *ctx, skgfrsisb *request) {
   put_on_done_queue(ctx, request);
 }
 
-void take_off_done_queue(skgfrctx *ctx, skgfrsisb *request) {
-  unlink(request->link_skgfrsisb);
-  --ctx->aiodone_skgfrctx;
+void reaped(skgfrctx *ctx, aiocb64 *block, long result, ub1 phases) {
+  block->__error_code = result;
+  block->__aio_key = completed;
+  handle(ctx, owner_of(block), block, result < 0 ? static_cast<int>(-result) : 0, phases);
 }
 
 }  // namespace skgfr
 
 void skgfrciohdlr(skgfrctx *ctx, skgfrsisb *siosb_ptr, aiocb64 *aiocb_ptr, int aio_err, ub1 phase) {
-  if (phase & queue_phase) {
-    put_on_done_queue(ctx, siosb_ptr);
-    if (!(phase & complete_phase)) siosb_ptr->qstatus_skgfrsisb |= delivered | completion_due;
-  }
-  if (phase & complete_phase) complete(ctx, siosb_ptr, aiocb_ptr, aio_err);
+  handle(ctx, siosb_ptr, aiocb_ptr, aio_err, phase);
 }
 
-skgfriosb *skgfgiod(skgfrctx *ctx) {
-  if (is_empty(ctx->qdone_skgfrctx)) return nullptr;
-  return deliver(ctx, owner_of(ctx->qdone_skgfrctx.kgglknxt));
+skgfriosb *skgfgiod(skgfrctx *ctx) { return deliver_next(ctx); }
+
+skgfrr skgfnxtio(slerc *se, skgfrctx *ctx, skgfriosb **ppiosb) {
+  begin_code_only(se);
+  skgfriosb *const request = deliver_next(ctx);
+  if (!request && ctx->aiopend_skgfrctx == 0) return skgfrrNOTFOUND;
+  *ppiosb = request;
+  return skgfrrOK;
 }
 
 void skgfrchk(skgfrctx *ctx, skgfriosb *iosb) {

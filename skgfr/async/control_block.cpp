@@ -1,23 +1,8 @@
-// Control blocks of asynchronous requests: prepared for one transfer, and asked for their state.
+// Control blocks of asynchronous requests, asked for their state and result.
 #include <cerrno>
 
 #include "skgfr/async/async.hpp"
 #include "skgfr/skgfr.h"
-
-namespace skgfr {
-
-void prepare(aiocb64 &block, int fd, const skgfrbd &buffer, off64_t offset, bool read) {
-  if (read) {
-    io_prep_pread(&block.__iocb, fd, buffer.bp_skgfrbd, buffer.blen_skgfrbd, offset);
-  } else {
-    io_prep_pwrite(&block.__iocb, fd, buffer.bp_skgfrbd, buffer.blen_skgfrbd, offset);
-  }
-  block.__iocb.data = &block;
-  block.__error_code = 0;
-  block.__aio_key = in_progress;
-}
-
-}  // namespace skgfr
 
 using namespace skgfr;
 

@@ -25,17 +25,6 @@ int wait_for_events(const skgfrctx *ctx, const timespec *timeout, io_event *even
   return -1;
 }
 
-/// One event: false when it belongs to a probe that nobody waits for any more.
-bool take_event(skgfrctx *ctx, const io_event &event, ub1 phase) {
-  if (is_late_probe(event.data)) return false;
-  aiocb64 *const block = static_cast<aiocb64 *>(event.data);
-  block->__error_code = static_cast<long>(event.res);
-  block->__aio_key = completed;
-  const int error = block->__error_code < 0 ? static_cast<int>(-block->__error_code) : 0;
-  skgfrciohdlr(ctx, owner_of(block), block, error, phase);
-  return true;
-}
-
 /// Whether a block of the list is done.
 bool any_completed(const aiocb64 **list, int count) {
   for (int i = 0; list && i < count; ++i) {
@@ -46,21 +35,10 @@ bool any_completed(const aiocb64 **list, int count) {
 
 }  // namespace
 
-namespace skgfr {
-
-uword pending_in_kernel(const skgfrctx *ctx) {
-  uword converted = 0;
-  const kgglk *const head = &ctx->conv_skgfrctx;
-  for (const kgglk *link = head->kgglknxt; link != head; link = link->kgglknxt) ++converted;
-  return ctx->aiopend_skgfrctx - converted;
-}
-
-}  // namespace skgfr
-
 long skgfr_reap64(skgfrctx *ctx, const struct timespec *timeout, unsigned int waitfor,
                   aiocb64 **out_list, int listsize, unsigned int *completed_count,
                   boolean suspend) {
-  const ub1 phase = suspend ? queue_phase : queue_phase | complete_phase;
+  const ub1 phases = suspend ? queue_phase : queue_phase | complete_phase;
   io_event events[most_events];
   unsigned int done = *completed_count = 0;
   long last = 0;
@@ -68,9 +46,12 @@ long skgfr_reap64(skgfrctx *ctx, const struct timespec *timeout, unsigned int wa
     const int count = wait_for_events(ctx, timeout, events);
     if (count < 0) return -1;
     last = 0;
+    const bool look_for_probes = awaits_late_probes();
     for (int i = 0; i < count; ++i) {
-      if (!take_event(ctx, events[i], phase)) continue;
-      if (out_list) out_list[done + last] = static_cast<aiocb64 *>(events[i].data);
+      if (look_for_probes && is_late_probe(events[i].data)) continue;
+      aiocb64 *const block = static_cast<aiocb64 *>(events[i].data);
+      reaped(ctx, block, static_cast<long>(events[i].res), phases);
+      if (out_list) out_list[done + last] = block;
       ++last;
     }
     ctx->aiopend_skgfrctx -= static_cast<uword>(last);

@@ -1,5 +1,6 @@
 // Hands control blocks to the kernel, one or a list in one call, as far as the context has room.
 #include <cerrno>
+#include <cstddef>
 
 #include "skgfr/async/async.hpp"
 #include "skgfr/base/kernel_aio.hpp"
@@ -9,14 +10,18 @@ namespace {
 
 using namespace skgfr;
 
-constexpr int longest_list = 1024;
+/// The kernel's block begins ours, so a list of ours is one of the kernel's.
+static_assert(offsetof(aiocb64, __iocb) == 0);
+
+iocb **as_kernel_list(const aiocb64 **blocks) {
+  return reinterpret_cast<iocb **>(const_cast<aiocb64 **>(blocks));
+}
 
 /// What the kernel took of a list: a count, or a negated error number.
 int submit(skgfrctx *ctx, const aiocb64 **blocks, int count) {
   if (count <= 0) return 0;
-  iocb *list[longest_list];
-  for (int i = 0; i < count; ++i) list[i] = const_cast<iocb *>(&blocks[i]->__iocb);
-  const int taken = kernel_aio::entry_points().submit(ctx->ioctx_skgfrctx, count, list);
+  const int taken =
+      kernel_aio::entry_points().submit(ctx->ioctx_skgfrctx, count, as_kernel_list(blocks));
   if (taken > 0) ctx->aiopend_skgfrctx += static_cast<uword>(taken);
   return taken;
 }

@@ -72,6 +72,8 @@ bool wait_for_completion(const skgfrctx *ctx, io_event &event) {
 
 }  // namespace
 
+bool skgfr::awaits_late_probes() { return given_up != nullptr; }
+
 bool skgfr::is_late_probe(const void *data) {
   for (Probe **link = &given_up; *link; link = &(*link)->next_given_up) {
     if (&(*link)->block != data) continue;

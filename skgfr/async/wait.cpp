@@ -58,13 +58,13 @@ ub4 report_all_converted(skgfrctx *ctx, ub4 count) {
   return reported;
 }
 
-}  // namespace
-
-boolean skgfrliopo(slerc *se, skgfrctx *ctx, ub4 count, uword, boolean intr, ub4 tout) {
+/// Waits in the kernel for completions, up to count; TRUE when interrupted.
+inline boolean poll_kernel(slerc *se, skgfrctx *ctx, ub4 count, boolean intr, ub4 tout) {
   if (count == 0) return TRUE;
   const timespec timeout = wait_time(tout);
-  for (ub4 reaped = 0; reaped < count && pending_in_kernel(ctx) != 0;) {
-    const ub4 wanted = smallest(count - reaped, most_reaped, pending_in_kernel(ctx));
+  ub4 reaped = 0;
+  while (const uword left = reaped < count ? pending_in_kernel(ctx) : 0) {
+    const ub4 wanted = smallest(count - reaped, most_reaped, left);
     unsigned int done = 0;
     const long result = skgfr_reap64(ctx, &timeout, wanted, nullptr, most_reaped, &done, FALSE);
     const int error = errno;
@@ -79,12 +79,23 @@ boolean skgfrliopo(slerc *se, skgfrctx *ctx, ub4 count, uword, boolean intr, ub4
   return FALSE;
 }
 
-boolean skgfospo(slerc *se, skgfrctx *ctx, ub4 count, uword wait, ub4 flags, ub4 tout) {
+/// The same with converted requests first, which are complete.
+inline boolean poll(slerc *se, skgfrctx *ctx, ub4 count, ub4 flags, ub4 tout) {
   begin_code_only(se);
   if (ctx->aiopend_skgfrctx == 0) return FALSE;
   const ub4 reported = report_all_converted(ctx, count);
   if (reported >= count) return FALSE;
-  return skgfrliopo(se, ctx, count - reported, wait, flags & interruptible ? TRUE : FALSE, tout);
+  return poll_kernel(se, ctx, count - reported, flags & interruptible ? TRUE : FALSE, tout);
+}
+
+}  // namespace
+
+boolean skgfrliopo(slerc *se, skgfrctx *ctx, ub4 count, uword, boolean intr, ub4 tout) {
+  return poll_kernel(se, ctx, count, intr, tout);
+}
+
+boolean skgfospo(slerc *se, skgfrctx *ctx, ub4 count, uword, ub4 flags, ub4 tout) {
+  return poll(se, ctx, count, flags, tout);
 }
 
 skgfrr skgfrwat(slerc *se, skgfrctx *ctx, ub4 count, skgfriosb **ppiosb, skgfrwcx *wcx,
@@ -92,19 +103,11 @@ skgfrr skgfrwat(slerc *se, skgfrctx *ctx, ub4 count, skgfriosb **ppiosb, skgfrwc
   begin(se);
   if (ctx->aiodone_skgfrctx < count && ctx->aiopend_skgfrctx != 0) {
     const ub4 flags = effectless_poll_flag | (wcx ? interruptible : 0);
-    if (skgfospo(se, ctx, count, 0, flags, timeout)) return skgfrrINTERRUPT;
+    if (poll(se, ctx, count, flags, timeout)) return skgfrrINTERRUPT;
     if (failed(se)) return skgfrrERROR;
   }
   skgfriosb *const request = skgfgiod(ctx);
   if (!request) return skgfrrNOTFOUND;
-  *ppiosb = request;
-  return skgfrrOK;
-}
-
-skgfrr skgfnxtio(slerc *se, skgfrctx *ctx, skgfriosb **ppiosb) {
-  begin_code_only(se);
-  skgfriosb *const request = skgfgiod(ctx);
-  if (!request && ctx->aiopend_skgfrctx == 0) return skgfrrNOTFOUND;
   *ppiosb = request;
   return skgfrrOK;
 }

@@ -2,15 +2,19 @@
 #pragma once
 
 #include "skgfr/base/aligned_buffer.hpp"
-#include "skgfr/records.h"
+#include "skgfr/requests/block_address.hpp"
 
 namespace skgfr {
 
 inline constexpr size_t longest_transfer = 1048576;
 
-inline bool is_length_allowed(const skgfrfib *fib, size_t length) {
-  if (length == 0 || length > longest_transfer) return false;
-  return fib->lblksiz_skgfrfib == 0 || length % fib->lblksiz_skgfrfib == 0;
+/// A request's length in blocks; of an unknown size every length is one block.
+inline InBlocks length_in_blocks(size_t length, size_t block_size) {
+  return block_size ? in_blocks(length, block_size) : InBlocks{1, 0};
+}
+
+inline bool is_length_allowed(size_t length, const InBlocks &blocks) {
+  return length != 0 && length <= longest_transfer && blocks.rest == 0;
 }
 
 inline bool is_aligned(const void *address) {

@@ -9,35 +9,8 @@ namespace {
 
 using namespace skgfr;
 
-constexpr ub4 batch_size = 512;
-
-/// The requests that validation accepted together.
-struct Batch {
-  skgfrrq *requests[batch_size];
-  aiocb64 *blocks[batch_size];
-  ub4 count;
-};
-
 /// Carries out a batch; true when every request of it completed, or was taken by the kernel.
-using CarryOut = bool (*)(skgfrctx *ctx, Batch &batch);
-
-template <bool (*transfer)(skgfrrq *)>
-bool perform_each(skgfrctx *, Batch &batch) {
-  bool all = true;
-  for (ub4 i = 0; i < batch.count; ++i) all = transfer(batch.requests[i]) && all;
-  return all;
-}
-
-template <bool read>
-bool submit_each(skgfrctx *ctx, Batch &batch) {
-  bool all = true;
-  for (ub4 i = 0; i < batch.count; ++i) all = submit_one(ctx, batch.requests[i], read) && all;
-  return all;
-}
-
-bool submit_together(skgfrctx *ctx, Batch &batch) {
-  return submit_list(ctx, batch.requests, batch.blocks, batch.count);
-}
+using CarryOut = bool (*)(skgfrctx *ctx, const Batch &batch);
 
 /// How requests are carried out: the first row whose flags agree, those of the context included.
 struct Dispatch {
@@ -48,21 +21,39 @@ struct Dispatch {
 };
 constexpr ub4 kind = skgfqioVECTOR | skgfqioREAD;
 constexpr Dispatch dispatches[] = {
-    {skgfqioASYNC, skgfqioASYNC, skgfrcLISTIO, submit_together},
-    {skgfqioASYNC | skgfqioREAD, skgfqioASYNC | skgfqioREAD, 0, submit_each<true>},
-    {skgfqioASYNC, skgfqioASYNC, 0, submit_each<false>},
-    {kind, skgfqioREAD, 0, perform_each<read_positioned>},
-    {kind, 0, 0, perform_each<write_positioned>},
-    {kind, skgfqioVECTOR | skgfqioREAD, 0, perform_each<read_vectored>},
-    {kind, skgfqioVECTOR, 0, perform_each<write_vectored>},
+    {skgfqioASYNC, skgfqioASYNC, skgfrcLISTIO, submit_list},
+    {skgfqioASYNC | skgfqioREAD, skgfqioASYNC | skgfqioREAD, 0, submit_reads},
+    {skgfqioASYNC, skgfqioASYNC, 0, submit_writes},
+    {kind, skgfqioREAD, 0, read_positioned},
+    {kind, 0, 0, write_positioned},
+    {kind, skgfqioVECTOR | skgfqioREAD, 0, read_vectored},
+    {kind, skgfqioVECTOR, 0, write_vectored},
 };
 
-CarryOut choose(const skgfrctx *ctx, ub4 flags) {
+constexpr ub4 all_flags = skgfqioASYNC | skgfqioVECTOR | skgfqioREAD;
+
+constexpr CarryOut first_row(ub4 flags, ub4 context_flags) {
   for (const Dispatch &row : dispatches) {
-    const bool context_agrees = (ctx->flags_skgfrctx & row.context_flags) == row.context_flags;
+    const bool context_agrees = (context_flags & row.context_flags) == row.context_flags;
     if ((flags & row.mask) == row.flags && context_agrees) return row.carry_out;
   }
   return nullptr;  // not reached: the rows cover every combination
+}
+
+/// The rows resolved for every combination of flags: a list of one request should not search them.
+struct Choices {
+  constexpr Choices() {
+    for (ub4 flags = 0; flags <= all_flags; ++flags) {
+      carry_out[0][flags] = first_row(flags, 0);
+      carry_out[1][flags] = first_row(flags, skgfrcLISTIO);
+    }
+  }
+  CarryOut carry_out[2][all_flags + 1]{};
+};
+constexpr Choices choices;
+
+CarryOut choose(const skgfrctx *ctx, ub4 flags) {
+  return choices.carry_out[ctx->flags_skgfrctx & skgfrcLISTIO ? 1 : 0][flags & all_flags];
 }
 
 }  // namespace

@@ -16,9 +16,8 @@ bool may_come_later(const skgfrctx *ctx, int error) {
   return error == EAGAIN || (error == ENOMEM && ctx->aiopend_skgfrctx != 0);
 }
 
-}  // namespace
-
-bool skgfr::submit_one(skgfrctx *ctx, skgfrrq *request, bool read) {
+template <bool read>
+bool submit_one(skgfrctx *ctx, const skgfrrq *request) {
   skgfriosb *const status = request->iosb_skgfrrq;
   skgfrsisb *const block = extension(status);
   const RequestTarget target(request);
@@ -45,3 +44,16 @@ bool skgfr::submit_one(skgfrctx *ctx, skgfrrq *request, bool read) {
   status->status_skgfriosb = skgfriIOERROR;
   return false;
 }
+
+}  // namespace
+
+namespace skgfr {
+
+bool submit_reads(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<submit_one<true>>(ctx, batch);
+}
+bool submit_writes(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<submit_one<false>>(ctx, batch);
+}
+
+}  // namespace skgfr

@@ -1,14 +1,15 @@
 // Submits accepted requests to the kernel. Private to this room.
 #pragma once
 
-#include "skgfr/records.h"
+#include "skgfr/requests/batch.hpp"
 
 namespace skgfr {
 
-/// Submits one request: pending, later, or failed. True when the kernel took it.
-bool submit_one(skgfrctx *ctx, skgfrrq *request, bool read);
+/// Submits requests one at a time: each is pending, later, or failed. True when the kernel took them all.
+bool submit_reads(skgfrctx *ctx, const Batch &batch);
+bool submit_writes(skgfrctx *ctx, const Batch &batch);
 
 /// Submits a batch, whose control blocks are prepared, in one call. True when the kernel took all of it.
-bool submit_list(skgfrctx *ctx, skgfrrq **requests, aiocb64 **blocks, ub4 count);
+bool submit_list(skgfrctx *ctx, const Batch &batch);
 
 }  // namespace skgfr

@@ -16,21 +16,19 @@ constexpr timespec short_wait{0, 1000000};
 
 /// What the list call came to, for the requests of its batch.
 struct Submission {
-  int error;  // 0 when the kernel took the whole list
+  int error;  // 0 while the kernel took the whole list
   bool timed;
   ub4 start;
 };
 
-/// Where a request stands after the call, as an error number.
+/// Where a request stands after a call that failed, as an error number.
 int state_of(skgfrctx *ctx, aiocb64 *block, int list_error) {
-  if (list_error == 0) return EINPROGRESS;
   return list_error == ENOSYS ? ENOSYS : skgfr_error64(ctx, block);
 }
 
-bool count_pending(skgfrsisb *block, const Submission &submission) {
+void count_pending(skgfrsisb *block, const Submission &submission) {
   if (submission.timed) block->start_skgfrsisb = submission.start;
   ++block->iov_skgfrsisb->aiopend_skgfrsiov;
-  return true;
 }
 
 /// A request that is answered here must not be delivered as well: one that the kernel took and that
@@ -41,7 +39,7 @@ void withdraw(skgfrctx *ctx, skgfrsisb *block) {
   take_off_done_queue(ctx, block);
 }
 
-bool settle(skgfrctx *ctx, skgfrrq *request, aiocb64 *control, const Submission &submission) {
+void settle(skgfrctx *ctx, const skgfrrq *request, aiocb64 *control, const Submission &submission) {
   skgfriosb *const status = request->iosb_skgfrrq;
   skgfrsisb *const block = extension(status);
   const int state = state_of(ctx, control, submission.error);
@@ -53,32 +51,31 @@ bool settle(skgfrctx *ctx, skgfrrq *request, aiocb64 *control, const Submission 
     case EAGAIN:
       withdraw(ctx, block);
       status->status_skgfriosb = skgfriLATER;
-      return false;
+      return;
     default:
       withdraw(ctx, block);
       fail(status->slerc_skgfriosb, sites::list_submission_refused, state);
       status->status_skgfriosb = skgfriIOERROR;
-      return false;
   }
 }
 
 }  // namespace
 
-bool skgfr::submit_list(skgfrctx *ctx, skgfrrq **requests, aiocb64 **blocks, ub4 count) {
-  const int entries = static_cast<int>(count);
-  const aiocb64 **const list = const_cast<const aiocb64 **>(blocks);
-  Submission submission{0, requests[0]->iosb_skgfrrq->time_skgfriosb != nullptr, 0};
+bool skgfr::submit_list(skgfrctx *ctx, const Batch &batch) {
+  const int entries = static_cast<int>(batch.count);
+  auto const list = const_cast<const aiocb64 **>(batch.blocks);
+  Submission submission{0, batch.requests[0]->iosb_skgfrrq->time_skgfriosb != nullptr, 0};
   slerc ignored;
   if (submission.timed) submission.start = slgcs(&ignored);
 
-  bool all = true;
-  if (skgfr_lio_listio64(ctx, LIO_NOWAIT, list, entries, nullptr) != 0) {
-    submission.error = errno;
-    all = false;
-    skgfr_suspend64(ctx, submission.error == EAGAIN ? nullptr : list, entries, &short_wait);
+  if (skgfr_lio_listio64(ctx, LIO_NOWAIT, list, entries, nullptr) == 0) {
+    for (ub4 i = 0; i < batch.count; ++i) count_pending(owner_of(batch.blocks[i]), submission);
+    return true;
   }
-  for (ub4 i = 0; i < count; ++i) {
-    if (!settle(ctx, requests[i], blocks[i], submission)) all = false;
+  submission.error = errno;
+  skgfr_suspend64(ctx, submission.error == EAGAIN ? nullptr : list, entries, &short_wait);
+  for (ub4 i = 0; i < batch.count; ++i) {
+    settle(ctx, batch.requests[i], batch.blocks[i], submission);
   }
-  return all;
+  return false;
 }

@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <span>
 
 #include "skgfr/async/async.hpp"
 #include "skgfr/base/elapsed.hpp"
@@ -41,31 +43,35 @@ bool fail_transfer(const skgfrrq *request, const Site &site, const Moved &moved)
   return end(request, skgfriIOERROR);
 }
 
+/// Whether a transfer of so many bytes moved all of its whole blocks, and nothing else.
+bool is_complete(const skgfrfib *fib, size_t length, ssize_t moved) {
+  const size_t bytes = static_cast<size_t>(moved);
+  const size_t block_size = fib->lblksiz_skgfrfib;
+  if (block_size == 0) return bytes >= length;
+  return bytes == length - in_blocks(length, block_size).rest;
+}
+
 /// Moves the request's one buffer and keeps its time; its status is the caller's to set.
-template <class Call>
-bool move_buffer(const skgfrrq *request, Call call, const Site &failure) {
+template <auto call, const Site &failure>
+bool move_buffer(const skgfrrq *request) {
   begin_code_only(error_of(request));
   const RequestTarget target(request);
   const skgfrbd &buffer = request->bufspec_skgfrrq.buffer_skgfrrq;
   const off64_t offset = byte_offset(target, request->blockno_skgfrrq);
-  const size_t block_size = target.fib->lblksiz_skgfrfib;
   const Stopwatch stopwatch(request->iosb_skgfrrq);
 
   target.handle->offset_skgfrsiov = skgfrUNKNOWN;
   const Moved moved(
       call(target.handle->fd_skgfrsiov, buffer.bp_skgfrbd, buffer.blen_skgfrbd, offset));
-  const size_t whole_blocks = block_count(target.fib, buffer.blen_skgfrbd) * block_size;
-  const bool good =
-      moved.bytes >= 0 && (block_size ? static_cast<size_t>(moved.bytes) == whole_blocks
-                                      : static_cast<size_t>(moved.bytes) >= buffer.blen_skgfrbd);
+  const bool good = moved.bytes >= 0 && is_complete(target.fib, buffer.blen_skgfrbd, moved.bytes);
   if (!good) return fail_transfer(request, failure, moved);
   stopwatch.store();
   return true;
 }
 
-template <class Call>
-bool transfer_positioned(const skgfrrq *request, Call call) {
-  return move_buffer(request, call, sites::positioned_transfer) && end(request, skgfriDONE);
+template <auto call>
+bool transfer_positioned(skgfrctx *, const skgfrrq *request) {
+  return move_buffer<call, sites::positioned_transfer>(request) && end(request, skgfriDONE);
 }
 
 bool refuse(const skgfrrq *request, const Site &site, ub4 a, ub4 b = 0) {
@@ -73,23 +79,33 @@ bool refuse(const skgfrrq *request, const Site &site, ub4 a, ub4 b = 0) {
   return end(request, skgfriBADREQ);
 }
 
-/// Checks the vector's buffers in order and gathers them; blocks becomes their count together.
-bool gather(const skgfrrq *request, const skgfrfib *fib, iovec *parts, ub4 &blocks) {
+/// The kernel takes a table of buffers as it stands.
+static_assert(sizeof(iovec) == sizeof(skgfrbd));
+static_assert(offsetof(iovec, iov_base) == offsetof(skgfrbd, bp_skgfrbd));
+static_assert(offsetof(iovec, iov_len) == offsetof(skgfrbd, blen_skgfrbd));
+
+const iovec *as_kernel_table(const skgfrbv &vector) {
+  return reinterpret_cast<const iovec *>(vector.bda_skgfrbv);
+}
+
+/// Checks the vector's buffers in order; bytes becomes their length together.
+bool check_vector(const skgfrrq *request, const skgfrfib *fib, size_t &bytes) {
   const skgfrbv &vector = request->bufspec_skgfrrq.bufvec_skgfrrq;
   const uword count = vector.nbufs_skgfrbv;
   if (count > vector_room) return refuse(request, sites::request_vector_length, count, vector_room);
-  blocks = 0;
-  for (uword i = 0; i < count; ++i) {
-    const skgfrbd &buffer = vector.bda_skgfrbv[i];
-    if (!is_length_allowed(fib, buffer.blen_skgfrbd)) {
-      return refuse(request, sites::element_length, low_word(buffer.blen_skgfrbd));
+  const size_t block_size = fib->lblksiz_skgfrfib;
+  size_t sum = 0;
+  for (const skgfrbd &buffer : std::span(vector.bda_skgfrbv, count)) {
+    const size_t length = buffer.blen_skgfrbd;
+    if (!is_length_allowed(length, length_in_blocks(length, block_size))) {
+      return refuse(request, sites::element_length, low_word(length));
     }
     if (!is_aligned(buffer.bp_skgfrbd)) {
       return refuse(request, sites::element_alignment, low_word(buffer.bp_skgfrbd));
     }
-    parts[i] = iovec{buffer.bp_skgfrbd, buffer.blen_skgfrbd};
-    blocks += block_count(fib, buffer.blen_skgfrbd);
+    sum += length;
   }
+  bytes = sum;
   return true;
 }
 
@@ -105,25 +121,26 @@ bool seek(const skgfrrq *request, const RequestTarget &target) {
   return end(request, skgfriIOERROR);
 }
 
-template <class Call>
-bool transfer_vectored(skgfrrq *request, Call call) {
+template <auto call>
+bool transfer_vectored(skgfrctx *, const skgfrrq *request) {
   begin_code_only(error_of(request));
   const RequestTarget target(request);
-  const uword count = request->bufspec_skgfrrq.bufvec_skgfrrq.nbufs_skgfrbv;
-  iovec parts[vector_room];
-  ub4 blocks = 0;
-  if (!gather(request, target.fib, parts, blocks)) return false;
+  const skgfrbv &vector = request->bufspec_skgfrrq.bufvec_skgfrrq;
+  size_t bytes = 0;
+  if (!check_vector(request, target.fib, bytes)) return false;
   const Stopwatch stopwatch(request->iosb_skgfrrq);
   if (!seek(request, target)) return false;
 
-  const Moved moved(call(target.handle->fd_skgfrsiov, parts, static_cast<int>(count)));
-  const size_t block_size = target.fib->lblksiz_skgfrfib;
-  const bool good =
-      block_size ? moved.bytes == static_cast<ssize_t>(blocks * block_size) : moved.bytes > 0;
+  const Moved moved(call(target.handle->fd_skgfrsiov, as_kernel_table(vector),
+                         static_cast<int>(vector.nbufs_skgfrbv)));
+  const bool sized = target.fib->lblksiz_skgfrfib != 0;
+  const bool good = sized ? moved.bytes == static_cast<ssize_t>(bytes) : moved.bytes > 0;
   if (!good) return fail_transfer(request, sites::vector_transfer, moved);
   stopwatch.store();
   // Without a block size nobody can tell at which block the position stands now.
-  if (block_size) target.handle->offset_skgfrsiov = request->blockno_skgfrrq + blocks;
+  if (sized) {
+    target.handle->offset_skgfrsiov = request->blockno_skgfrrq + block_count(target.fib, bytes);
+  }
   return end(request, skgfriDONE);
 }
 
@@ -131,14 +148,22 @@ bool transfer_vectored(skgfrrq *request, Call call) {
 
 namespace skgfr {
 
-bool read_positioned(skgfrrq *request) { return transfer_positioned(request, pread64); }
-bool write_positioned(skgfrrq *request) { return transfer_positioned(request, pwrite64); }
-bool read_vectored(skgfrrq *request) { return transfer_vectored(request, readv); }
-bool write_vectored(skgfrrq *request) { return transfer_vectored(request, writev); }
+bool read_positioned(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<transfer_positioned<pread64>>(ctx, batch);
+}
+bool write_positioned(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<transfer_positioned<pwrite64>>(ctx, batch);
+}
+bool read_vectored(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<transfer_vectored<readv>>(ctx, batch);
+}
+bool write_vectored(skgfrctx *ctx, const Batch &batch) {
+  return for_each_request<transfer_vectored<writev>>(ctx, batch);
+}
 
 bool convert(skgfrctx *ctx, skgfrrq *request, bool read) {
-  const bool moved = read ? move_buffer(request, pread64, sites::converted_transfer)
-                          : move_buffer(request, pwrite64, sites::converted_transfer);
+  const bool moved = read ? move_buffer<pread64, sites::converted_transfer>(request)
+                          : move_buffer<pwrite64, sites::converted_transfer>(request);
   if (moved) convert_pending(ctx, extension(request->iosb_skgfrrq));
   return moved;
 }

@@ -2,15 +2,15 @@
 #pragma once
 
 #include "skgfr/base/error_sites.hpp"
-#include "skgfr/records.h"
+#include "skgfr/requests/batch.hpp"
 
 namespace skgfr {
 
-/// Performs a request; its status block tells the outcome. True when it completed.
-bool read_positioned(skgfrrq *request);
-bool write_positioned(skgfrrq *request);
-bool read_vectored(skgfrrq *request);
-bool write_vectored(skgfrrq *request);
+/// Performs requests in order; their status blocks tell the outcomes. True when all completed.
+bool read_positioned(skgfrctx *ctx, const Batch &batch);
+bool write_positioned(skgfrctx *ctx, const Batch &batch);
+bool read_vectored(skgfrctx *ctx, const Batch &batch);
+bool write_vectored(skgfrctx *ctx, const Batch &batch);
 
 /// Carries out an asynchronous request on a file that does none: it stays pending, to be reported
 /// complete by the next poll. False when the transfer failed.

@@ -42,7 +42,7 @@ struct Examined {
 };
 
 bool check_seals(const Examined &it) {
-  const ub4 file_seal = it.target.file ? seal_of(it.target.file) : 0;
+  const ub4 file_seal = it.target.fib ? seal_of(it.target.file()) : 0;
   const ub4 handle_seal = seal_of(it.target.handle);
   if (file_seal == skgfrSEAL && handle_seal == skgfrSEAL) return true;
   return it.refuse_keep(sites::request_seal, file_seal, handle_seal);
@@ -83,14 +83,17 @@ bool check_vector(const Examined &it, ub4 &blocks) {
 }
 
 bool check_buffer(const Examined &it, ub4 &blocks) {
-  const skgfrfib *const fib = it.target.fib;
+  const size_t block_size = it.target.fib->lblksiz_skgfrfib;
   const size_t length = it.buffer().blen_skgfrbd;
   const void *const address = it.buffer().bp_skgfrbd;
-  if (!is_length_allowed(fib, length)) return it.refuse(sites::request_length, low_word(length));
+  const InBlocks in_blocks = length_in_blocks(length, block_size);
+  if (!is_length_allowed(length, in_blocks)) {
+    return it.refuse(sites::request_length, low_word(length));
+  }
   if (!is_aligned(address)) return it.refuse(sites::request_alignment, low_word(address));
 
-  blocks = fib->lblksiz_skgfrfib ? block_count(fib, length) : 1;
-  if (fib->lblksiz_skgfrfib != 0 || it.request->blockno_skgfrrq == 1) return true;
+  blocks = static_cast<ub4>(in_blocks.whole);
+  if (block_size != 0 || it.request->blockno_skgfrrq == 1) return true;
   return it.refuse(sites::request_block_unknown, low_word(address));
 }
 
@@ -98,7 +101,7 @@ bool check_buffer(const Examined &it, ub4 &blocks) {
 bool check_bounds(const Examined &it, ub4 blocks) {
   const skgfrfib *const fib = it.target.fib;
   const ub4 first = it.request->blockno_skgfrrq;
-  const ub4 last = it.target.file->lastblk_skgfrsfib;
+  const ub4 last = it.target.file()->lastblk_skgfrsfib;
   const ub4 end = first - 1 + blocks + header_blocks(fib);
   const bool inside = counts_from_zero(fib) ? end <= last - 1 : first != 0 && end <= last;
   return inside || it.refuse_keep(sites::request_bounds, first, blocks, last);
