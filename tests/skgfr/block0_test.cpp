@@ -40,16 +40,14 @@ TEST_F(Block0Test, Builds) {
   skgcb no_sums = client_table;
   no_sums.bhxor_skgcb = nullptr;
   const string old_without = patched(old, 20, 0, 2);
-  // clang-format off
   const tuple<const skgcb *, boolean, uword, ub4, string> rows[] = {
-      {sums, FALSE, 23, 9, current}, {sums, FALSE, 24, 0x01020304, large},
-      {sums, FALSE, 19, 9, swapped}, {sums, TRUE, 23, 9, old}, {sums, TRUE, 19, 9, old_swapped},
-      {&no_sums, FALSE, 1, 9, patched(current, 16, 0)}, {&no_sums, TRUE, 1, 9, old_without},
-      {nullptr, FALSE, 1, 9, old_without}};
+      {sums, FALSE, 23, 9, current},       {sums, FALSE, 24, 0x01020304, large},
+      {sums, FALSE, 19, 9, swapped},       {sums, TRUE, 23, 9, old},
+      {sums, TRUE, 19, 9, old_swapped},    {&no_sums, FALSE, 1, 9, patched(current, 16, 0)},
+      {&no_sums, TRUE, 1, 9, old_without}, {nullptr, FALSE, 1, 9, old_without}};
   const std::pair<size_t, int> formats[] = {
-      {512, 0x22}, {1024, 0x42}, {2048, 0x62}, {4096, 0x82}, {8192, 0xA2}, {16384, 0xC2},
-      {32768, 0xE2}, {256, 2}, {3072, 2}, {65536, 2}};
-  // clang-format on
+      {512, 0x22},   {1024, 0x42},  {2048, 0x62}, {4096, 0x82}, {8192, 0xA2},
+      {16384, 0xC2}, {32768, 0xE2}, {256, 2},     {3072, 2},    {65536, 2}};
   skgfrctx ctx{};
   slerc se = dirty();
   for (const auto &[table, old_layout, type, blocks, expected] : rows) {
@@ -78,14 +76,12 @@ TEST_F(Block0Test, Builds) {
 }
 
 TEST_F(Block0Test, AcceptsAndRefuses) {
-  // clang-format off
   const tuple<const string *, size_t, ub4, size_t> rows[] = {
-      {&current, 20, 512, 512}, {&current, 20, 16384, 16384}, {&current, 20, 0, 0},
-      {&current, 20, 1000, 0}, {&current, 20, 16896, 0}, {&current, 28, 0x5A5B5C5D, 512},
-      {&current, 28, 0x7B7A, 0}, {&current, 4, 16385, 512}, {&current, 4, 16384, 0},
-      {&old, 4, 2048, 2048}, {&old, 4, 16384, 16384}, {&old, 4, 1000, 0}, {&old, 4, 16896, 0},
-      {&old, 12, 0x7A7B7C7D, 512}, {&old, 12, 0x5A5B5C5E, 0}};
-  // clang-format on
+      {&current, 20, 512, 512},  {&current, 20, 16384, 16384}, {&current, 20, 0, 0},
+      {&current, 20, 1000, 0},   {&current, 20, 16896, 0},     {&current, 28, 0x5A5B5C5D, 512},
+      {&current, 28, 0x7B7A, 0}, {&current, 4, 16385, 512},    {&current, 4, 16384, 0},
+      {&old, 4, 2048, 2048},     {&old, 4, 16384, 16384},      {&old, 4, 1000, 0},
+      {&old, 4, 16896, 0},       {&old, 12, 0x7A7B7C7D, 512},  {&old, 12, 0x5A5B5C5E, 0}};
   Context ctx;
   for (const auto &[base, at, value, size] : rows) {
     string header = patched(*base, at, value);

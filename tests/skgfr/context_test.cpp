@@ -46,10 +46,8 @@ TEST_F(ContextTest, FirstInitialisation) {
     EXPECT_EQ(sigaction(SIGWINCH, nullptr, &action), 0);
     EXPECT_TRUE(action.sa_sigaction == sslsshandler && !(action.sa_flags & SA_RESTART));
 
-    // clang-format off
     const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {
         {1024, ~ub8{0}, 409, ~ub8{0}}, {1000, ~0u, 400, ~ub8{0}}, {256, 1LL << 32, 102, 1LL << 32}};
-    // clang-format on
     for (const auto &[files, bytes, low_water, limit] : limits) {
       const rlimit64 open_files{files, 1024}, size{bytes, RLIM64_INFINITY};
       EXPECT_TRUE(!setrlimit64(RLIMIT_NOFILE, &open_files) && !setrlimit64(RLIMIT_FSIZE, &size));
@@ -92,11 +90,9 @@ TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
     *static_cast<uword *>(value) = name[0] == 'c' ? 5 : 0;
     return FALSE;  // it stores values that it denies knowing
   };
-  // clang-format off
   const tuple<const skgcb *, const char *, uword, ub4> rows[] = {
-      {nullptr, "", 0, 0x103}, {&mute, "", 0, 0x103}, {&liar, "", 0, 0x303},
+      {nullptr, "", 0, 0x103},      {&mute, "", 0, 0x103},    {&liar, "", 0, 0x303},
       {table, cluster, 256, 0x303}, {table, check, 0, 0x003}, {table, check, 7, 0x103}};
-  // clang-format on
   for (const auto &[client_table, name, value, flags] : rows) {
     client().numbers = {{name, value}};
     Context ctx(client_table);
@@ -134,14 +130,12 @@ TEST_F(ContextTest, DirectInputAndOutput) {
   const int folder = open("/tmp", O_RDONLY);
   constexpr unsigned local = 0xEF53, cluster = 0xA156F7EB, network = 0x6969;
   constexpr mode_t file = S_IFREG, raw = S_IFCHR, disk = S_IFBLK;
-  // clang-format off
   const tuple<ub4, mode_t, ub1, unsigned, int, boolean> rows[] = {
-      {0x000, file, 0, local, 0, FALSE}, {0x080, file, 2, local, O_DIRECT, TRUE},
-      {0x080, raw, 0, local, 0, FALSE}, {0x080, raw, 0, cluster, O_DIRECT, FALSE},
+      {0x000, file, 0, local, 0, FALSE},       {0x080, file, 2, local, O_DIRECT, TRUE},
+      {0x080, raw, 0, local, 0, FALSE},        {0x080, raw, 0, cluster, O_DIRECT, FALSE},
       {0x000, disk, 0, local, O_DIRECT, TRUE}, {0x000, file, 2, cluster, O_DIRECT, TRUE},
-      {0x040, file, 0, network, 0, FALSE}, {0x200, file, 0, network, O_DIRECT, FALSE},
+      {0x040, file, 0, network, 0, FALSE},     {0x200, file, 0, network, O_DIRECT, FALSE},
       {0x200, file, 2, network, 0, FALSE}};
-  // clang-format on
   skgfrctx ctx{};
   for (const auto &[bits, mode, flags, system, by_name, by_descriptor] : rows) {
     fault_file_system(system);

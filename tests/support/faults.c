@@ -105,7 +105,7 @@ static int answered(int (*real)(int, unsigned long, ...), int fd, unsigned long 
   return real(fd, request, argument);
 }
 
-/* Finds the fault that a call of this function meets, and the function that it stands in front of. */
+/* Finds the fault that a call of this function meets, and the function that it hides. */
 #define MEET(type, name, types)                         \
   static type(*real) types;                             \
   if (!real) *(void **)&real = dlsym(RTLD_NEXT, #name); \

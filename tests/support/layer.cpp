@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace support {
 
@@ -72,19 +71,15 @@ Context::~Context() {
   if (ctx_.ioctx_skgfrctx) syscall(SYS_io_destroy, ctx_.ioctx_skgfrctx);
 }
 
-static std::string text_of(const Expected &record) {
-  const auto &[code, error, words] = record;
-  std::ostringstream out;
-  out << code << " errno " << error;
-  for (const ub4 word : words) out << " " << word;
-  return out.str();
-}
-
 testing::AssertionResult is(const slerc &se, const Expected &expected) {
-  const ub4 *const words = se.slercose;
-  const std::string found = text_of({se.slercoer, se.slercerrno, {words[0], words[1], words[2]}});
-  if (found == text_of(expected)) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << "found " << found << ", expected " << text_of(expected);
+  const auto text_of = [](eword code, int error, const ub4(&words)[3]) {
+    const testing::Message head = testing::Message() << code << " errno " << error;
+    return head.GetString() + testing::PrintToString(words);
+  };
+  const std::string found = text_of(se.slercoer, se.slercerrno, se.slercose);
+  const std::string wanted = text_of(expected.code, expected.error, expected.words);
+  if (found == wanted) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "found " << found << ", expected " << wanted;
 }
 
 slerc dirty() {

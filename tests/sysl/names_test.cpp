@@ -92,13 +92,14 @@ TEST_F(Names, Normalisation) {
 }
 
 TEST_F(Names, ClimbingAndComposition) {
-  // clang-format off
   const std::pair<const char *, int> climbing[] = {
-      {"", 0}, {".", 0}, {"a..b", 0}, {"a/b..c", 0}, {"a/b..", 0}, {"/a/.b", 0}, {"..", 1},
-      {"..a", 1}, {"a/..", 1}, {"a/..b", 1}, {"../a", 1}, {"a../b", 1}, {"/..", 1}, {"a..b/c", 1}};
-  const char *const composed[][4] = {
-      {"d", "n", "e", "d/n.e"}, {"d/", "n", "e", "d/n.e"}, {"", "n", "e", "n.e"}, {"d", "n", "", "d/n"}};
-  // clang-format on
+      {"", 0},      {".", 0},     {"a..b", 0}, {"a/b..c", 0}, {"a/b..", 0},
+      {"/a/.b", 0}, {"..", 1},    {"..a", 1},  {"a/..", 1},   {"a/..b", 1},
+      {"../a", 1},  {"a../b", 1}, {"/..", 1},  {"a..b/c", 1}};
+  const char *const composed[][4] = {{"d", "n", "e", "d/n.e"},
+                                     {"d/", "n", "e", "d/n.e"},
+                                     {"", "n", "e", "n.e"},
+                                     {"d", "n", "", "d/n"}};
   for (const auto &[name, climbs] : climbing) EXPECT_EQ(slnpd(txt(name)), climbs) << name;
   for (const auto &[dir, name, ext, whole] : composed) {
     for (size_t room = 0; room < 9; ++room) {

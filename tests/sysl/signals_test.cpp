@@ -91,12 +91,11 @@ TEST_F(Signals, InstalledFlagsMaskAndPreviousHandlers) {
   const auto shaped = reinterpret_cast<sslsighdl>(reinterpret_cast<void (*)()>(informed));
   const ub4 once = static_cast<ub4>(SA_RESETHAND), restart = SA_RESTART, quiet = SA_NODEFER;
   // The handler before and its flags, those of the registration; the flags then, and who is called.
-  // clang-format off
   const std::tuple<sslsighdl, ub4, ub4, ub4, std::string> cases[] = {
-      {SIG_DFL, 0, 0, 0x10000004, ""}, {SIG_DFL, 0, 8, 4, ""}, {SIG_DFL, 0, 16, 0x18000004, ""},
-      {plain, restart | quiet, 0, 0x50000004, "p"}, {plain, once, 0, 0x80000004, "p"},
-      {shaped, SA_SIGINFO | SA_ONSTACK, 1, 0x08000004, "P"}, {SIG_IGN, quiet, 0, 0x10000004, ""}};
-  // clang-format on
+      {SIG_DFL, 0, 0, 0x10000004, ""},    {SIG_DFL, 0, 8, 4, ""},
+      {SIG_DFL, 0, 16, 0x18000004, ""},   {plain, restart | quiet, 0, 0x50000004, "p"},
+      {plain, once, 0, 0x80000004, "p"},  {shaped, SA_SIGINFO | SA_ONSTACK, 1, 0x08000004, "P"},
+      {SIG_IGN, quiet, 0, 0x10000004, ""}};
   // A failed slot allocation before must not make the dispatcher its own previous handler.
   for (const bool after_failure : {false, true}) {
     each_in_own_process(cases, [&](const auto &row) {
