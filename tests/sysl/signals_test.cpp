@@ -107,11 +107,13 @@ TEST_F(Signals, InstalledFlagsMaskAndPreviousHandlers) {
       }
       EXPECT_TRUE(add(28, a, flags) == 1 && add(28, b, 24) == 2 && add(64, a) == 1);
       const std::string all = flags == 1 ? "b" + called + "a" : "ba" + called;
-      EXPECT_TRUE(raised(28) == all && raised(28) == all) << calls;
       struct sigaction now;
-      sigaction(28, nullptr, &now);
-      EXPECT_EQ(static_cast<ub4>(now.sa_flags) & ~0x04000000u, then);
-      EXPECT_EQ(now.sa_sigaction, sslsshandler);
+      for (int round = 0; round < 2; ++round) {
+        sigaction(28, nullptr, &now);
+        EXPECT_EQ(static_cast<ub4>(now.sa_flags) & ~0x04000000u, then) << round;
+        EXPECT_EQ(now.sa_sigaction, sslsshandler);
+        EXPECT_EQ(raised(28), all);
+      }
       std::string open;
       for (int signo = 1; signo <= 64; ++signo) {
         if (!sigismember(&now.sa_mask, signo)) open += std::to_string(signo) + " ";
