@@ -16,23 +16,16 @@ class Create : public LayerTest {
   const mode_t mask_ = umask(0);
 };
 
+/// What remains to be seen: the file, the last block on record, the failures to come.
 ub8 create(World &w) {
   skgfrcre(&w.se, w.ctx, txt(w.name), w.name.size(), w.type, w.fib->lblksiz_skgfrfib, w.blocks,
            w.flags);
   return std::filesystem::exists(w.name);
 }
-ub8 resize(World &w) {
-  skgfrsz(&w.se, w.ctx, w.fib, w.blocks);
-  return priv(w.fib)->lastblk_skgfrsfib;
-}
-ub8 recompute(World &w) {
-  skgfrfb(&w.se, w.ctx, w.fib);
-  return priv(w.fib)->lastblk_skgfrsfib;
-}
-ub8 force_failures(World &w) {
-  skgfrser(&w.se, w.ctx, w.fib, 2);
-  return w.fib->serr_skgfrfib;
-}
+ub8 last_block(const World &w) { return priv(w.fib)->lastblk_skgfrsfib; }
+ub8 resize(World &w) { return skgfrsz(&w.se, w.ctx, w.fib, w.blocks), last_block(w); }
+ub8 recompute(World &w) { return skgfrfb(&w.se, w.ctx, w.fib), last_block(w); }
+ub8 force_failures(World &w) { return skgfrser(&w.se, w.ctx, w.fib, 2), w.fib->serr_skgfrfib; }
 
 void make_folders(World &w) { w.name = w.dir.path("a/b/file"), w.flags = skgfrcreMKDIRS; }
 void lose_seal(World &w) { priv(w.fib)->seal_skgfrsfib = 77; }
@@ -55,32 +48,33 @@ void identified_device(World &w) {
 
 TEST_F(Create, TellsEveryFailureApart) {
   // clang-format off
-  expect_failures(nothing, {{create, false, {
-      {{27035, 0, {0, 1}}, {}, block_size_of<0>},    {{27035, 0, {1000, 1}}, {}, block_size_of<1000>},
-      {{27035, 0, {16896, 1}}, {}, block_size_of<16896>},    {{27036, 0, {7345, 1}}, {}, climbing},
-      {{27037, EACCES, {1}}, {"stat64"}},                    {{27038, 0, {1}}, {}, existing, true},
-      {{27044, ENOMEM, {1}}, {"malloc"}},                    {{27039, 0, {3}}, {}, byte_short},
-      {{27039, 0, {3}}, {}, no_block},                       {{27054, EROFS}, {"mkdir", 1}, make_folders},
-      {{27038, EEXIST, {2}}, {"open64"}},                    {{27040, ENOENT}, {}, no_folder},
-      {{27040, EINVAL}, {"open64", 1}, direct},              {{27037, EIO, {2}}, {"fstat64"}},
-      {{27041, EBUSY, {1}}, {"open64"}, device, true},       {{27042, 0, {1}}, {}, device, true},
-      {{27043, EIO, {1}}, {"lseek64"}},     {{27044, ENOMEM, {2}}, {"malloc", 1}, old_layout},
-      {{27044, ENOSPC, {3}}, {"write"}},                     {{27044, 0, {3}}, {"write", 0, 100}},
-      {{27044, EFBIG, {4}}, {"ftruncate64"}},                {{27045, EIO, {1}}, {"close"}, nothing, true}}}});
-  expect_failures(identified, {{resize, 2, {
-      {{27050, 0, {7, 77}}, {}, lose_seal},          {{27035, 0, {0, 3}}, {}, block_size_of<0>},
-      {{27037, EACCES, {9}}, {"stat64"}},            {{27046, 0, {2}}, {}, cut},
-      {{27039, 0, {4}}, {}, byte_short},             {{27039, 0, {4}}, {}, no_block},
-      {{27039, 0, {4}}, {}, endless},                {{27041, EROFS, {4}}, {"open64"}},
-      {{27044, ENOMEM, {5}}, {"malloc"}},            {{27043, EIO, {4}}, {"lseek64"}},
-      {{27044, ENOMEM, {6}}, {"malloc", 1}, old_layout}, {{27044, ENOSPC, {7}}, {"write"}},
-      {{27059, EFBIG, {2}}, {"ftruncate64"}},        {{27042, 0, {2}}, {}, identified_device<false>, 0},
-      {{27045, EIO, {4}}, {"close"}},                {{27042, 0, {3}}, {}, identified_device<true>, 0}}},
+  expect_failures(nothing, {
+    {create, false, {
+      {27035, 0, {0, 1}, {}, block_size_of<0>}, {27035, 0, {1000, 1}, {}, block_size_of<1000>},
+      {27035, 0, {16896, 1}, {}, block_size_of<16896>}, {27036, 0, {7345, 1}, {}, climbing},
+      {27037, EACCES, {1}, {"stat64"}}, {27038, 0, {1}, {}, existing, true},
+      {27044, ENOMEM, {1}, {"malloc"}}, {27039, 0, {3}, {}, byte_short},
+      {27039, 0, {3}, {}, no_block}, {27054, EROFS, {}, {"mkdir", 1}, make_folders},
+      {27038, EEXIST, {2}, {"open64"}}, {27040, ENOENT, {}, {}, no_folder},
+      {27040, EINVAL, {}, {"open64", 1}, direct}, {27037, EIO, {2}, {"fstat64"}},
+      {27041, EBUSY, {1}, {"open64"}, device, true}, {27042, 0, {1}, {}, device, true},
+      {27043, EIO, {1}, {"lseek64"}}, {27044, ENOMEM, {2}, {"malloc", 1}, old_layout},
+      {27044, ENOSPC, {3}, {"write"}}, {27044, 0, {3}, {"write", 0, 100}},
+      {27044, EFBIG, {4}, {"ftruncate64"}}, {27045, EIO, {1}, {"close"}, nothing, true}}}});
+  expect_failures(identified, {
+    {resize, 2, {
+      {27050, 0, {7, 77}, {}, lose_seal}, {27035, 0, {0, 3}, {}, block_size_of<0>},
+      {27037, EACCES, {9}, {"stat64"}}, {27046, 0, {2}, {}, cut}, {27039, 0, {4}, {}, byte_short},
+      {27039, 0, {4}, {}, no_block}, {27039, 0, {4}, {}, endless}, {27041, EROFS, {4}, {"open64"}},
+      {27044, ENOMEM, {5}, {"malloc"}}, {27043, EIO, {4}, {"lseek64"}},
+      {27044, ENOMEM, {6}, {"malloc", 1}, old_layout}, {27044, ENOSPC, {7}, {"write"}},
+      {27059, EFBIG, {2}, {"ftruncate64"}}, {27042, 0, {2}, {}, identified_device<false>, 0},
+      {27045, EIO, {4}, {"close"}}, {27042, 0, {3}, {}, identified_device<true>, 0}}},
     {recompute, 2, {
-      {{27050, 0, {8, 77}}, {}, lose_seal},          {{27035, 0, {0, 4}}, {}, block_size_of<0>},
-      {{27037, EACCES, {10}}, {"stat64"}},           {{27046, 0, {3}}, {}, cut},
-      {{27041, EACCES, {5}}, {"open64"}},            {{27045, EIO, {5}}, {"close"}}}},
-    {force_failures, 0, {{{27050, 0, {9, 77}}, {}, lose_seal}}}});
+      {27050, 0, {8, 77}, {}, lose_seal}, {27035, 0, {0, 4}, {}, block_size_of<0>},
+      {27037, EACCES, {10}, {"stat64"}}, {27046, 0, {3}, {}, cut}, {27041, EACCES, {5}, {"open64"}},
+      {27045, EIO, {5}, {"close"}}}},
+    {force_failures, 0, {{27050, 0, {9, 77}, {}, lose_seal}}}});
   // clang-format on
 }
 
@@ -90,15 +84,18 @@ int permissions(const World &w, const char *name) {
 
 TEST_F(Create, StampsBlock0AndSetsTheLength) {
   enum Kind { plain, swapped, old, headerless };
-  // clang-format off
   const std::tuple<Kind, size_t, ub4, size_t, const char *> rows[] = {
-      {plain, 512, 10, 5632, "002200000000C0FF00000000000000007C580000000200000A0000007D7C7B7AB081"},
-      {plain, 4096, 2, 12288, "008200000000C0FF000000000000000074EA000000100000020000007D7C7B7AB081"},
-      {plain, 512, unknown, 512, "002200000000C0FF00000000000000007658000000020000FFFFFFFF7D7C7B7AB081"},
-      {swapped, 512, 10, 5632, "00220000FFC000000000000000000000587C0000000002000000000A7A7B7C7D000081B0"},
+      {plain, 512, 10, 5632,
+       "002200000000C0FF00000000000000007C580000000200000A0000007D7C7B7AB081"},
+      {plain, 4096, 2, 12288,
+       "008200000000C0FF000000000000000074EA000000100000020000007D7C7B7AB081"},
+      {plain, 512, unknown, 512,
+       "002200000000C0FF00000000000000007658000000020000FFFFFFFF7D7C7B7AB081"},
+      {swapped, 512, 10, 5632,
+       "00220000FFC000000000000000000000587C0000000002000000000A7A7B7C7D000081B0"},
       {old, 512, 10, 5632, "00020000000200000A0000005D5C5B5AB0810000BC87"},
-      {headerless, 512, 10, 5120, ""}, {headerless, 512, unknown, 0, ""}};
-  // clang-format on
+      {headerless, 512, 10, 5120, ""},
+      {headerless, 512, unknown, 0, ""}};
   for (const bool direct_io : {false, true}) {
     for (const auto &[kind, size, blocks, length, header] : rows) {
       SCOPED_TRACE(testing::Message() << length << " " << header << " " << direct_io);

@@ -51,33 +51,32 @@ TEST_F(Handles, TellEveryFailureApart) {
   constexpr ub8 not_found = skgfrrNOTFOUND;
   // clang-format off
   expect_failures(sealed_wrongly, {
-      {open_file, 77, {{{27050, 0, {1, 77}}}}},  {close_file, 77, {{{27050, 0, {2, 77}}}}},
-      {flush, 77, {{{27050, 0, {3, 77}}}}},      {ask<skgfrqREADV>, copy, {{{27050, 0, {6, 77}}}}},
-      {lock, 77, {{{27050, 0, {11, 77}}}}},      {unlock, 77, {{{27050, 0, {12, 77}}}}}});
-  expect_failures(opened, {{open_file, sealed, {
-      {{27051, 0, {1}}, {}, forced},             {{27077}, {}, at_ceiling},
-      {{27092, 0, {50, 101}}, {}, large},        {{27045, EIO, {3}}, {"close"}},
-      {{27041, EACCES, {3}}, {"open64"}, nothing, 0},    {{27060, EBADF}, {"fcntl"}, nothing, 0}}},
+    {open_file, 77, {{27050, 0, {1, 77}}}}, {close_file, 77, {{27050, 0, {2, 77}}}},
+    {flush, 77, {{27050, 0, {3, 77}}}}, {ask<skgfrqREADV>, copy, {{27050, 0, {6, 77}}}},
+    {lock, 77, {{27050, 0, {11, 77}}}}, {unlock, 77, {{27050, 0, {12, 77}}}}});
+  expect_failures(opened, {
+    {open_file, sealed, {
+      {27051, 0, {1}, {}, forced}, {27077, 0, {}, {}, at_ceiling}, {27092, 0, {50, 101}, {}, large},
+      {27045, EIO, {3}, {"close"}}, {27041, EACCES, {3}, {"open64"}, nothing, 0},
+      {27060, EBADF, {}, {"fcntl"}, nothing, 0}}},
     {close_file, sealed, {
-      {{27073, 0, {2}}, {}, outstanding, sealed + skgfrvPENDING},
-      {{27052, EIO, {1}}, {"fsync"}, nothing, 0},        {{27045, EIO, {3}}, {"close"}}}},
-    {flush, sealed, {{{27052, EIO, {2}}, {"fsync"}}}},
-    {ask<skgfrqAREADV>, copy, {{{27057}}}},  {ask<skgfrqAWRITEV>, copy, {{{27057}}}},
-    {ask<5>, copy, {{{27058}}}},
-    {share, sealed, {{{27087, 0, {9}}, {}, write_only}}},
+      {27073, 0, {2}, {}, outstanding, sealed + skgfrvPENDING},
+      {27052, EIO, {1}, {"fsync"}, nothing, 0}, {27045, EIO, {3}, {"close"}}}},
     {lock, sealed, {
-      {{27088, EBADF, {10}}, {"fcntl"}},         {{27086, EAGAIN, {10}}, {"fcntl", 1}},
-      {{27086, EAGAIN, {9, EDEADLK}}, {"fcntl", 1}, unquestionable}}},
-    {unlock, sealed, {{{27089, ENOLCK, {11}}, {"fcntl"}}}},
+      {27088, EBADF, {10}, {"fcntl"}}, {27086, EAGAIN, {10}, {"fcntl", 1}},
+      {27086, EAGAIN, {9, EDEADLK}, {"fcntl", 1}, unquestionable}}},
     {erase, error, {
-      {{27036, 0, {7345, 4}}, {}, climbing},     {{27037, ENOENT, {6}}, {}, missing, not_found},
-      {{27037, EACCES, {6}}, {"stat64"}},        {{27056, EPERM}, {"unlink"}},
-      {{27056, ENOENT}, {"unlink"}, nothing, not_found}}},
+      {27036, 0, {7345, 4}, {}, climbing}, {27037, ENOENT, {6}, {}, missing, not_found},
+      {27037, EACCES, {6}, {"stat64"}}, {27056, EPERM, {}, {"unlink"}},
+      {27056, ENOENT, {}, {"unlink"}, nothing, not_found}}},
     {erase_folder, error, {
-      {{27036, 0, {7345, 11}}, {}, climbing},    {{27037, ENOENT, {11}}, {}, missing, not_found},
-      {{27037, EACCES, {11}}, {"stat64"}},       {{27037, 0, {12}}},
-      {{27093, ENOTEMPTY}, {}, folder},          {{27056, EISDIR}, {"readlink"}, folder},
-      {{27056, EPERM}, {"unlink"}, link_to_folder}}}});
+      {27036, 0, {7345, 11}, {}, climbing}, {27037, ENOENT, {11}, {}, missing, not_found},
+      {27037, EACCES, {11}, {"stat64"}}, {27037, 0, {12}}, {27093, ENOTEMPTY, {}, {}, folder},
+      {27056, EISDIR, {}, {"readlink"}, folder}, {27056, EPERM, {}, {"unlink"}, link_to_folder}}},
+    {flush, sealed, {{27052, EIO, {2}, {"fsync"}}}}, {ask<skgfrqAREADV>, copy, {{27057}}},
+    {ask<skgfrqAWRITEV>, copy, {{27057}}}, {ask<5>, copy, {{27058}}},
+    {share, sealed, {{27087, 0, {9}, {}, write_only}}},
+    {unlock, sealed, {{27089, ENOLCK, {11}, {"fcntl"}}}}});
   // clang-format on
 }
 
@@ -132,11 +131,10 @@ TEST_F(Handles, OpenLockFlushAndClose) {
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(fd, F_GETFL) & (O_ACCMODE | O_DSYNC), mode);
     EXPECT_EQ(w.iov->fib_skgfriov, static_cast<skgfrfib *>(w.fib));
-    EXPECT_EQ(handle->fsync_skgfrsiov, synchronous);
-    EXPECT_EQ(handle->offset_skgfrsiov, unknown);
+    EXPECT_EQ(std::pair(handle->fsync_skgfrsiov, handle->offset_skgfrsiov),
+              std::pair(synchronous, unknown));
     EXPECT_EQ(priv(w.fib)->flags_skgfrsfib, flags & skgfofiNOMIRROR ? 2U : 3U);
-    EXPECT_EQ(w.ctx->curopen_skgfrctx, 1U);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(1U, before));
 
     EXPECT_TRUE(gives(w, take, skgfrSEAL));
     EXPECT_EQ(lock_met(other), met);
@@ -150,8 +148,7 @@ TEST_F(Handles, OpenLockFlushAndClose) {
     EXPECT_TRUE(gives(w, close_file, 0));
     EXPECT_EQ(fault_calls("fsync"), synchronous ? 1 : 3);  // one for the handle before
     EXPECT_EQ(handle->fd_skgfrsiov, 0);
-    EXPECT_EQ(w.ctx->curopen_skgfrctx, 0U);
-    EXPECT_EQ(open_descriptors(), before - 1);
+    EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(0U, before - 1));
     close(other);
   }
   close(standard_input);

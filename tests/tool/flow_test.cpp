@@ -68,7 +68,7 @@ TEST_F(Flow, FailingCalls) {
   const std::tuple<Fault, std::string, size_t, std::string> cases[] = {
       {{"getrlimit64", 0, EPERM}, "vtg", 1024, "init e1 1"},
       {{"getrlimit64", 1, EPERM}, "kvs", 1024, "init e1 1"},
-      {{"fcntl", 0, EIO}, "vtg", 1024, "open e5"},  {{"stat64", 2, ENOENT}, "vtg", 1024, "gone 512/1"},
+      {{"fcntl", 0, EIO}, "vtg", 1024, "open e5"}, {{"stat64", 2, ENOENT}, "vtg", 1024, "gone 512/1"},
       {{"pwrite64", 0, 0, 100}, "vtg", 1024, "write 4 1 100"},
       {{"close", 1, EIO}, "vtg", 1024, "close e5 3 512/1"},
       {{"stat64", 1, EACCES}, "kvs", 10240, "early4 e13 3"},
@@ -128,18 +128,14 @@ TEST_F(Flow, ErrorReport) {
 
 TEST_F(Flow, Parameters) {
   const std::string before = "before", usual = "usual";
-  const struct {
-    std::string name;
-    boolean registry;
-    bool has_usual;
-    size_t number_default;
-    std::string answer;  // result, text and number
-  } cases[] = {{"filesystemio_options", 0, true, 9, "1 directio 8"},
-               {"_hard_protect", 1, false, 0, "1 true 4"},
-               {"_hard_protect", 0, false, 0, "1 false 5"},
-               {"_HARD_PROTECT", 1, true, 9, "0 usual 9"},
-               {"_hard_protect ", 1, false, 9, "0 before 9"},
-               {"cluster_database", 1, true, 0, "0 usual 77"}};
+  // Name, registry or not, whether there is a usual text, a usual number; result, text and number.
+  const std::tuple<std::string, boolean, bool, size_t, std::string> cases[] = {
+      {"filesystemio_options", 0, true, 9, "1 directio 8"},
+      {"_hard_protect", 1, false, 0, "1 true 4"},
+      {"_hard_protect", 0, false, 0, "1 false 5"},
+      {"_HARD_PROTECT", 1, true, 9, "0 usual 9"},
+      {"_hard_protect ", 1, false, 9, "0 before 9"},
+      {"cluster_database", 1, true, 0, "0 usual 77"}};
   for (const auto &[name, registry, has_usual, number_default, wanted] : cases) {
     vdprepctx context{TRUE, registry};
     text *word = txt(before);
