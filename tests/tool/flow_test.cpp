@@ -68,7 +68,8 @@ TEST_F(Flow, FailingCalls) {
   const std::tuple<Fault, std::string, size_t, std::string> cases[] = {
       {{"getrlimit64", 0, EPERM}, "vtg", 1024, "init e1 1"},
       {{"getrlimit64", 1, EPERM}, "kvs", 1024, "init e1 1"},
-      {{"fcntl", 0, EIO}, "vtg", 1024, "open e5"}, {{"stat64", 2, ENOENT}, "vtg", 1024, "gone 512/1"},
+      {{"fcntl", 0, EIO}, "vtg", 1024, "open e5"},
+      {{"stat64", 2, ENOENT}, "vtg", 1024, "gone 512/1"},
       {{"pwrite64", 0, 0, 100}, "vtg", 1024, "write 4 1 100"},
       {{"close", 1, EIO}, "vtg", 1024, "close e5 3 512/1"},
       {{"stat64", 1, EACCES}, "kvs", 10240, "early4 e13 3"},
