@@ -146,24 +146,20 @@ void cut(World &w) { put(w.name, current.substr(0, 511)); }
 
 TEST_F(Block0Test, TellsEveryFailureApart) {
   const ub8 unknown = ~size_t{0}, moved = 0xFFFFFFFF;
-  const FailureRow upgrades[] = {{upgrade, {27044, ENOMEM, {9}}, 4, {"malloc", ENOMEM}},
-                                 {upgrade, {27044, EINVAL, {9}}, 4, {}, block_size_of<0>},
-                                 {upgrade, {27043, EIO, {6}}, moved, {"lseek64", EIO}},
-                                 {upgrade, {27043, 0, {6}}, moved, {"lseek64", 0, 0, 512}},
-                                 {upgrade, {27044, EIO, {10}}, moved, {"write", EIO}},
-                                 {upgrade, {27044, 0, {10}}, moved, {"write", E2BIG, 0, 100}},
-                                 {upgrade, {27050, 0, {2, 0}}, moved, {}, not_open}};
-  const FailureRow offsets[] = {{block1, {27036, 0, {7345, 7}}, unknown, {}, climbing},
-                                {block1, {27037, ENOENT, {14}}, unknown, {}, missing},
-                                {block1, {27037, EACCES, {14}}, unknown, {"stat64", EACCES}},
-                                {block1, {27041, EMFILE, {8}}, unknown, {"open64", EMFILE}},
-                                {block1, {27043, EINVAL, {3}}, unknown, {"lseek64", EINVAL}},
-                                {block1, {27047, EIO, {5}}, unknown, {"read", EIO}},
-                                {block1, {27047, 0, {5}}, unknown, {}, cut},
-                                {block1, {27047, 0, {6}}, unknown, {}, invalid},
-                                {block1, {27045, EIO, {7}}, unknown, {"close", EIO}}};
-  expect_failures(open_2048, upgrades);
-  expect_failures(stamped_4096, offsets);
+  // clang-format off
+  expect_failures(open_2048, {
+    {upgrade, moved, {
+      {27050, 0, {2, 0}, {}, not_open}, {27044, ENOMEM, {9}, {"malloc"}, nothing, 4},
+      {27044, EINVAL, {9}, {}, block_size_of<0>, 4}, {27043, EIO, {6}, {"lseek64"}},
+      {27043, 0, {6}, {"lseek64", 0, 512}}, {27044, EIO, {10}, {"write"}},
+      {27044, 0, {10}, {"write", 0, 100}}}}});
+  expect_failures(stamped_4096, {
+    {block1, unknown, {
+      {27036, 0, {7345, 7}, {}, climbing}, {27037, ENOENT, {14}, {}, missing},
+      {27037, EACCES, {14}, {"stat64"}}, {27041, EMFILE, {8}, {"open64"}},
+      {27043, EINVAL, {3}, {"lseek64"}}, {27047, EIO, {5}, {"read"}}, {27047, 0, {5}, {}, cut},
+      {27047, 0, {6}, {}, invalid}, {27045, EIO, {7}, {"close"}}}}});
+  // clang-format on
 }
 
 TEST_F(Block0Test, IsRewrittenInPlaceAndTellsWhereBlock1Is) {

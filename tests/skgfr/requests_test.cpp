@@ -64,8 +64,15 @@ void closed(File &f) { priv(f.iov)->seal_skgfrsiov = 0; }
 void unopened(File &f) { closed(f), f.iov->fib_skgfriov = nullptr; }
 void unknown(File &f) { doomed(f), priv(f.fib)->seal_skgfrsfib = 1; }
 
+/// A call that fails or comes up short, and the error number that it leaves.
+struct Call {
+  const char *call = nullptr;
+  int error = 0, skip = 0;
+  long result = FAULT_FAILS;
+};
+
 /// What a failure without a failed call leaves: the error number that was there, or this one.
-constexpr Fault kept{nullptr, 0x5A5A5A5A}, none{nullptr, ENOSYS};
+constexpr Call kept{nullptr, 0x5A5A5A5A}, none{nullptr, ENOSYS};
 
 /// How a request, or its file, differs from a good one.
 const struct Row {
@@ -73,7 +80,7 @@ const struct Row {
   ub4 flags, buffers, block, size;  // the size is that of the second of several buffers
   eword code = 0;                   // 0: it is carried out
   ub4 a = 0, b = 0, c = 0;
-  Fault fault{};
+  Call fault{};
 } rows[] = {
     // clang-format off
     {plain, R, 1, 1, 1048576}, {plain, W, 1, 4095, 512}, {plain, R | V, 16, 1, 512},

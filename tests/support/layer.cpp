@@ -71,6 +71,11 @@ Context::~Context() {
   if (ctx_.ioctx_skgfrctx) syscall(SYS_io_destroy, ctx_.ioctx_skgfrctx);
 }
 
+bool kernel_has_room() {
+  Context context;
+  return (context->flags_skgfrctx & skgfrcKAIO) != 0;
+}
+
 testing::AssertionResult is(const slerc &se, const Expected &expected) {
   const auto text_of = [](eword code, int error, const ub4(&words)[3]) {
     const testing::Message head = testing::Message() << code << " errno " << error;

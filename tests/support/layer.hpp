@@ -64,6 +64,10 @@ class Context {
   skgfrctx ctx_;
 };
 
+/// Whether the system has room for one more kernel asynchronous-I/O context; other processes may have
+/// taken it all.
+bool kernel_has_room();
+
 /// Every field of an error record but the parameters, as a failed operation must leave it.
 struct Expected {
   eword code;

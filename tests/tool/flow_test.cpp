@@ -29,6 +29,7 @@ Outcome run_with(const Fault &fault, const std::string &type, const std::string 
     fault_reset();
     fault_arm(fault.call, fault.skip, 1, fault.error, fault.result);
     fault_arm("sleep", 0, 1, 0, 0);
+    fault_arm("dlopen", 0, 2, 0, FAULT_NULL);  // kernel contexts live as long as their process
     return vdprep_main(3, arguments);
   });
 }
