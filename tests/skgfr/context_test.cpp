@@ -9,7 +9,7 @@
 namespace {
 using namespace support;
 using std::tuple;
-class ContextTest : public LayerTest {};
+using ContextTest = LayerTest;
 
 /// Runs checks in a process of their own, in which nothing was registered or loaded before.
 template <class Checks>
@@ -19,11 +19,10 @@ void alone(Checks checks) {
 }
 
 TEST_F(ContextTest, RecordSizesAndCapabilities) {
-  const tuple<int, size_t, size_t, uword> rows[] = {
-      {0, 0, 0, 0}, {1, 36, 40, 1}, {2, 588, 616, 1}, {3, 112, 152, 0}, {4, 0, 0, 0}};
-  for (const auto &[kind, narrow, wide, able] : rows) {
-    EXPECT_EQ(skgfrgsz(static_cast<skgfrs>(kind)), sizeof(void *) == 4 ? narrow : wide) << kind;
-    EXPECT_EQ(skgfrqib(nullptr, static_cast<skgfra>(kind)), able) << kind;
+  const size_t narrow[] = {0, 36, 588, 112, 0}, wide[] = {0, 40, 616, 152, 0};
+  for (const int kind : {0, 1, 2, 3, 4}) {
+    EXPECT_EQ(skgfrgsz(static_cast<skgfrs>(kind)), (sizeof(void *) == 4 ? narrow : wide)[kind]);
+    EXPECT_EQ(skgfrqib(nullptr, static_cast<skgfra>(kind)), kind == 1 || kind == 2) << kind;
   }
 }
 
@@ -47,9 +46,8 @@ TEST_F(ContextTest, FirstInitialisation) {
     EXPECT_EQ(sigaction(SIGWINCH, nullptr, &action), 0);
     EXPECT_TRUE(action.sa_sigaction == sslsshandler && !(action.sa_flags & SA_RESTART));
 
-    const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {{1024, RLIM64_INFINITY, 409, ~ub8{0}},
-                                                          {1000, 0xFFFFFFFF, 400, ~ub8{0}},
-                                                          {256, 0x100000000, 102, 0x100000000}};
+    const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {
+        {1024, ~ub8{0}, 409, ~ub8{0}}, {1000, ~0u, 400, ~ub8{0}}, {256, 1LL << 32, 102, 1LL << 32}};
     for (const auto &[files, bytes, low_water, limit] : limits) {
       const rlimit64 open_files{files, 1024}, size{bytes, RLIM64_INFINITY};
       EXPECT_TRUE(!setrlimit64(RLIMIT_NOFILE, &open_files) && !setrlimit64(RLIMIT_FSIZE, &size));
@@ -84,6 +82,7 @@ TEST_F(ContextTest, FirstInitialisationWhenTheSystemRefuses) {
 
 TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
   const char *const cluster = "cluster_database", *const check = "_check_block_after_checksum";
+  if (!kernel_has_room()) GTEST_SKIP() << "no room for another kernel context";
   const skgcb *const table = &client_table;
   skgcb mute = client_table, liar = client_table;
   mute.getparam_skgcb = nullptr;
@@ -103,9 +102,8 @@ TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
 }
 
 TEST_F(ContextTest, OptionWords) {
-  const std::pair<std::string, ub4> rows[] = {
-      {"asynch", 0x40}, {"A", 0x40}, {"directio", 0x80}, {"Dx", 0x80}, {"setall", 0xC0},
-      {"S", 0xC0},      {"none", 0}, {"Nasd", 0},        {"xs", 0},    {"", 0}};
+  const std::pair<std::string, ub4> rows[] = {{"asynch", 0x40}, {"A", 0x40}, {"directio", 0x80},
+                                              {"Setall", 0xC0}, {"Nasd", 0}, {"", 0}};
   skgfrctx ctx{};
   ctx.cbk_skgfrctx = &client_table;
   for (const auto &[word, bits] : rows) {
@@ -132,12 +130,13 @@ TEST_F(ContextTest, OptionWords) {
 TEST_F(ContextTest, DirectInputAndOutput) {
   const int folder = open("/tmp", O_RDONLY);
   constexpr unsigned local = 0xEF53, cluster = 0xA156F7EB, network = 0x6969;
+  constexpr mode_t file = S_IFREG, raw = S_IFCHR, disk = S_IFBLK;
   const tuple<ub4, mode_t, ub1, unsigned, int, boolean> rows[] = {
-      {0x000, S_IFREG, 0, local, 0, FALSE},       {0x080, S_IFREG, 2, local, 16384, TRUE},
-      {0x080, 0, 0, local, 16384, TRUE},          {0x080, S_IFCHR, 0, local, 0, FALSE},
-      {0x080, S_IFCHR, 0, cluster, 16384, FALSE}, {0x000, S_IFBLK, 0, local, 16384, TRUE},
-      {0x000, S_IFREG, 2, cluster, 16384, TRUE},  {0x040, S_IFREG, 0, network, 0, FALSE},
-      {0x200, S_IFREG, 0, network, 16384, FALSE}, {0x200, S_IFREG, 2, network, 0, FALSE}};
+      {0x000, file, 0, local, 0, FALSE},       {0x080, file, 2, local, O_DIRECT, TRUE},
+      {0x080, raw, 0, local, 0, FALSE},        {0x080, raw, 0, cluster, O_DIRECT, FALSE},
+      {0x000, disk, 0, local, O_DIRECT, TRUE}, {0x000, file, 2, cluster, O_DIRECT, TRUE},
+      {0x040, file, 0, network, 0, FALSE},     {0x200, file, 0, network, O_DIRECT, FALSE},
+      {0x200, file, 2, network, 0, FALSE}};
   skgfrctx ctx{};
   for (const auto &[bits, mode, flags, system, by_name, by_descriptor] : rows) {
     fault_file_system(system);
@@ -152,21 +151,16 @@ TEST_F(ContextTest, DirectInputAndOutput) {
 }
 
 TEST_F(ContextTest, ProbeForAsynchronousInputAndOutput) {
+  if (!kernel_has_room()) GTEST_SKIP() << "no room for another kernel context";
   TempDir dir;
   int ends[2];
   ASSERT_TRUE(pipe2(ends, O_NONBLOCK) == 0 && write(ends[1], "short", 5) == 5);
-  const auto file = [&](size_t size) {
-    return open(dir.file(std::to_string(size), size).c_str(), O_RDONLY);
-  };
-  const std::pair<int, boolean> rows[] = {// good ones between: no completion is another's
-                                          {ends[0], FALSE},      {file(512), TRUE},
-                                          {dup(ends[0]), FALSE}, {file(8192), TRUE},
-                                          {file(511), FALSE},    {open("/tmp", O_RDONLY), FALSE},
-                                          {file(513), TRUE},     {ends[1], FALSE}};
+  const auto file = [&](size_t size) { return open(dir.file("f", size).c_str(), O_RDONLY); };
   Context ctx;
-  for (const auto &[fd, supported] : rows) {
-    EXPECT_EQ(skgfr_aiosupported(ctx, fd), supported) << fd;
-    EXPECT_EQ(close(fd), 0);
-  }
+  const auto probe = [&](int fd) { return skgfr_aiosupported(ctx, fd) + 2 * close(fd); };
+  EXPECT_EQ(probe(ends[0]), FALSE);  // good ones between: no completion is another's
+  for (const size_t size : {512, 511, 513, 0, 8192}) EXPECT_EQ(probe(file(size)), size > 511);
+  EXPECT_EQ(probe(open("/tmp", O_RDONLY)), FALSE);
+  EXPECT_EQ(probe(ends[1]), FALSE);
 }
 }  // namespace

@@ -1,12 +1,6 @@
 // Handles: opening, closing, locks, flushes; and deletion by name.
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <filesystem>
-
 #include "tests/support/file_rows.hpp"
+#include "tests/support/own_process.hpp"
 
 using namespace support;
 
@@ -30,7 +24,7 @@ ub8 erase(World &w) { return skgfrdel(&w.se, w.ctx, txt(w.name), w.name.size(), 
 ub8 erase_folder(World &w) { return skgfrddel(&w.se, txt(w.name), w.name.size()); }
 
 void opened(World &w) {
-  file_of_1024(w), identify(w);
+  identified(w);
   w.flags = skgfofiWRITE;
   open_file(w);
 }
@@ -40,7 +34,7 @@ void forced(World &w) { w.fib->serr_skgfrfib = 1; }
 void at_ceiling(World &w) { w.ctx->maxopen_skgfrctx = 1; }
 void large(World &w) { w.fib->filsiz_skgfrfib = 100, w.ctx->limfsiz_skgfrctx = 50 * 512 + 511; }
 void outstanding(World &w) { priv(w.iov)->aiopend_skgfrsiov = 2; }
-void refused(World &) { fault_arm("fcntl", 1, 1, EAGAIN, FAULT_FAILS); }
+void unquestionable(World &) { fault_arm("fcntl", 2, 1, EDEADLK, FAULT_FAILS); }
 void write_only(World &w) {
   const int fd = open(w.name.c_str(), O_WRONLY);
   dup2(fd, priv(w.iov)->fd_skgfrsiov);
@@ -50,194 +44,146 @@ void folder(World &w) { w.name = w.dir.path(""); }
 void link_to_folder(World &w) {
   std::filesystem::create_directory_symlink(w.dir.path(""), w.name = w.dir.path("link"));
 }
+void new_folder(World &w) { std::filesystem::create_directory(w.name = w.dir.path("folder")); }
 
 TEST_F(Handles, TellEveryFailureApart) {
-  const FailureRow unsealed[] = {
-      {open_file, {27050, 0, {1, 77}}, 77}, {close_file, {27050, 0, {2, 77}}, 77},
-      {flush, {27050, 0, {3, 77}}, 77},     {ask<skgfrqREADV>, {27050, 0, {6, 77}}, skgfrnMEMCPY},
-      {lock, {27050, 0, {11, 77}}, 77},     {unlock, {27050, 0, {12, 77}}, 77},
-  };
-  const FailureRow rows[] = {
-      {open_file, {27051, 0, {1}}, skgfrSEAL, {}, forced},
-      {open_file, {27077}, skgfrSEAL, {}, at_ceiling},
-      {open_file, {27092, 0, {50, 101}}, skgfrSEAL, {}, large},
-      {open_file, {27045, EIO, {3}}, skgfrSEAL, {"close", EIO}},
-      {open_file, {27041, EACCES, {3}}, 0, {"open64", EACCES}},
-      {open_file, {27060, EBADF}, 0, {"fcntl", EBADF}},
-      {close_file, {27073, 0, {2}}, skgfrSEAL + skgfrvPENDING, {}, outstanding},
-      {close_file, {27052, EIO, {1}}, 0, {"fsync", EIO}},
-      {close_file, {27045, EIO, {3}}, skgfrSEAL, {"close", EIO}},
-      {flush, {27052, EIO, {2}}, skgfrSEAL, {"fsync", EIO}},
-      {ask<skgfrqAREADV>, {27057}, skgfrnMEMCPY},
-      {ask<skgfrqAWRITEV>, {27057}, skgfrnMEMCPY},
-      {ask<5>, {27058}, skgfrnMEMCPY},
-      {lock, {27088, EBADF, {10}}, skgfrSEAL, {"fcntl", EBADF}},
-      {share, {27087, 0, {9}}, skgfrSEAL, {}, write_only},
-      {lock, {27086, EAGAIN, {9, EDEADLK}}, skgfrSEAL, {"fcntl", EDEADLK, 1}, refused},
-      {lock, {27086, EAGAIN, {10}}, skgfrSEAL, {"fcntl", EAGAIN, 1}},
-      {unlock, {27089, ENOLCK, {11}}, skgfrSEAL, {"fcntl", ENOLCK}},
-      {erase, {27036, 0, {7345, 4}}, skgfrrERROR, {}, climbing},
-      {erase, {27037, ENOENT, {6}}, skgfrrNOTFOUND, {}, missing},
-      {erase, {27037, EACCES, {6}}, skgfrrERROR, {"stat64", EACCES}},
-      {erase, {27056, EPERM}, skgfrrERROR, {"unlink", EPERM}},
-      {erase, {27056, ENOENT}, skgfrrNOTFOUND, {"unlink", ENOENT}},
-      {erase_folder, {27036, 0, {7345, 11}}, skgfrrERROR, {}, climbing},
-      {erase_folder, {27037, ENOENT, {11}}, skgfrrNOTFOUND, {}, missing},
-      {erase_folder, {27037, EACCES, {11}}, skgfrrERROR, {"stat64", EACCES}},
-      {erase_folder, {27037, 0, {12}}, skgfrrERROR},
-      {erase_folder, {27093, ENOTEMPTY}, skgfrrERROR, {}, folder},
-      {erase_folder, {27056, EISDIR}, skgfrrERROR, {"readlink", EIO}, folder},
-      {erase_folder, {27056, EPERM}, skgfrrERROR, {"unlink", EPERM}, link_to_folder},
-  };
-  expect_failures(sealed_wrongly, unsealed);
-  expect_failures(opened, rows);
+  constexpr ub8 sealed = skgfrSEAL, copy = skgfrnMEMCPY, error = skgfrrERROR;
+  constexpr ub8 not_found = skgfrrNOTFOUND;
+  // clang-format off
+  expect_failures(sealed_wrongly, {
+    {open_file, 77, {{27050, 0, {1, 77}}}}, {close_file, 77, {{27050, 0, {2, 77}}}},
+    {flush, 77, {{27050, 0, {3, 77}}}}, {ask<skgfrqREADV>, copy, {{27050, 0, {6, 77}}}},
+    {lock, 77, {{27050, 0, {11, 77}}}}, {unlock, 77, {{27050, 0, {12, 77}}}}});
+  expect_failures(opened, {
+    {open_file, sealed, {
+      {27051, 0, {1}, {}, forced}, {27077, 0, {}, {}, at_ceiling}, {27092, 0, {50, 101}, {}, large},
+      {27045, EIO, {3}, {"close"}}, {27041, EACCES, {3}, {"open64"}, nothing, 0},
+      {27060, EBADF, {}, {"fcntl"}, nothing, 0}}},
+    {close_file, sealed, {
+      {27073, 0, {2}, {}, outstanding, sealed + skgfrvPENDING},
+      {27052, EIO, {1}, {"fsync"}, nothing, 0}, {27045, EIO, {3}, {"close"}}}},
+    {lock, sealed, {
+      {27088, EBADF, {10}, {"fcntl"}}, {27086, EAGAIN, {10}, {"fcntl", 1}},
+      {27086, EAGAIN, {9, EDEADLK}, {"fcntl", 1}, unquestionable}}},
+    {erase, error, {
+      {27036, 0, {7345, 4}, {}, climbing}, {27037, ENOENT, {6}, {}, missing, not_found},
+      {27037, EACCES, {6}, {"stat64"}}, {27056, EPERM, {}, {"unlink"}},
+      {27056, ENOENT, {}, {"unlink"}, nothing, not_found}}},
+    {erase_folder, error, {
+      {27036, 0, {7345, 11}, {}, climbing}, {27037, ENOENT, {11}, {}, missing, not_found},
+      {27037, EACCES, {11}, {"stat64"}}, {27037, 0, {12}}, {27093, ENOTEMPTY, {}, {}, folder},
+      {27056, EISDIR, {}, {"readlink"}, folder}, {27056, EPERM, {}, {"unlink"}, link_to_folder}}},
+    {flush, sealed, {{27052, EIO, {2}, {"fsync"}}}}, {ask<skgfrqAREADV>, copy, {{27057}}},
+    {ask<skgfrqAWRITEV>, copy, {{27057}}}, {ask<5>, copy, {{27058}}},
+    {share, sealed, {{27087, 0, {9}, {}, write_only}}},
+    {unlock, sealed, {{27089, ENOLCK, {11}, {"fcntl"}}}}});
+  // clang-format on
 }
 
 TEST_F(Handles, RetryDevicesThatAnswerEio) {
-  const std::tuple<int, int, std::vector<std::string>> rows[] = {
-      {2, 2, {"skgfr Open: errno = 5, attempts = 2 \n"}},
-      {5, 5, {"skgfr Open: errno = 5, attempts = 5 \n"}},
-      {6, 5, {}},
-  };
-  for (const auto &[failures, pauses, trace] : rows) {
-    SCOPED_TRACE(failures);
+  for (const int failures : {2, 5, 6}) {
     World w;
-    file_of_1024(w), identify(w), fault_reset();
+    identified(w), fault_reset();
     fault_arm("open64", 0, failures, EIO, FAULT_FAILS);
     fault_arm("sleep", 0, 9, 0, 0);
-    const Expected expected = failures > 5 ? Expected{27041, EIO, {3}} : Expected{0};
-    EXPECT_TRUE(gives(w, open_file, failures > 5 ? 0 : skgfrSEAL, expected));
-    EXPECT_EQ(fault_calls("open64"), pauses + 1);
-    EXPECT_EQ(fault_calls("sleep"), pauses);
-    EXPECT_EQ(client().lines, trace);
-    EXPECT_TRUE(trace.empty() || w.ctx->spare1_skgfrctx + w.ctx->spare2_skgfrctx == 0);
+    const int pauses = std::min(failures, 5);
+    const bool opens = failures == pauses;
+    const Expected expected = opens ? Expected{0} : Expected{27041, EIO, {3}};
+    const std::string line = "skgfr Open: errno = 5, attempts = " + std::to_string(failures);
+    EXPECT_TRUE(gives(w, open_file, opens ? skgfrSEAL : 0, expected));
+    EXPECT_EQ(std::pair(fault_calls("open64"), fault_calls("sleep")),
+              std::pair(pauses + 1, pauses));
+    EXPECT_EQ(client().lines, std::vector<std::string>(opens, line + " \n"));
+    EXPECT_EQ(w.ctx->spare1_skgfrctx + w.ctx->spare2_skgfrctx == 0, opens);
     close_file(w);
   }
 }
 
-/// What fcntl answers a second process that wants to write far behind its end: the lock's type.
-int lock_met_by_another_process(const World &w) {
-  const pid_t child = fork();
-  if (child == 0) {
-    struct flock64 met {};
-    met.l_type = F_WRLCK;
-    met.l_start = 1 << 20;  // where the file may yet grow
-    const int fd = open(w.name.c_str(), O_RDWR);
-    _exit(fcntl(fd, F_GETLK64, &met) == 0 ? met.l_type : 99);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WEXITSTATUS(status);
+/// The lock that stands in the way of writing far behind the file's end, for another owner.
+int lock_met(int fd) {
+  struct flock met {};
+  met.l_type = F_WRLCK;
+  met.l_start = 1 << 20;  // where the file may yet grow
+  return fcntl(fd, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
 }
 
 TEST_F(Handles, OpenLockFlushAndClose) {
-  const std::tuple<ub4, int, uword, boolean, int> rows[] = {
-      {0, O_RDONLY, 0, FALSE, F_RDLCK},
-      {skgfofiWRITE, O_RDWR, 0, FALSE, F_WRLCK},
-      {skgfofiWRITE | skgfofiDSYNC, O_RDWR | O_DSYNC, 4, TRUE, F_RDLCK},
-      {skgfofiWRITE | skgfofiDSYNC2 | skgfofiNOMIRROR, O_RDWR | O_DSYNC, 4, FALSE, F_WRLCK}};
-  for (const auto &[flags, mode, synchronous, shared, met] : rows) {
+  const std::tuple<ub4, int, uword, Operation, int> rows[] = {
+      {0, O_RDONLY, 0, lock, F_RDLCK},
+      {skgfofiWRITE, O_RDWR, 0, lock, F_WRLCK},
+      {skgfofiWRITE | skgfofiDSYNC, O_RDWR | O_DSYNC, 4, share, F_RDLCK},
+      {skgfofiWRITE | skgfofiDSYNC2 | skgfofiNOMIRROR, O_RDWR | O_DSYNC, 4, lock, F_WRLCK}};
+  const int standard_input = dup(STDIN_FILENO);
+  for (const auto &[flags, mode, synchronous, take, met] : rows) {
     SCOPED_TRACE(flags);
     World w;
-    const int before = open_descriptors();
     opened(w);  // and now again, in another way
+    const int other = open(w.name.c_str(), O_RDWR), before = open_descriptors();
     priv(w.fib)->flags_skgfrsfib = 3;
     w.flags = static_cast<ub1>(flags);
     fault_reset();
+    close(STDIN_FILENO);  // no handle may take its place
     EXPECT_TRUE(gives(w, open_file, skgfrSEAL));
+    dup2(standard_input, STDIN_FILENO);
     const skgfrsiov *const handle = priv(w.iov);
-    EXPECT_EQ(fcntl(handle->fd_skgfrsiov, F_GETFL) & (O_ACCMODE | O_DSYNC), mode);
+    const int fd = handle->fd_skgfrsiov;
+    EXPECT_GT(fd, STDERR_FILENO);
+    EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(fd, F_GETFL) & (O_ACCMODE | O_DSYNC), mode);
     EXPECT_EQ(w.iov->fib_skgfriov, static_cast<skgfrfib *>(w.fib));
-    EXPECT_EQ(handle->fsync_skgfrsiov, synchronous);
-    EXPECT_EQ(handle->offset_skgfrsiov, 0xFFFFFFFFU);
+    EXPECT_EQ(std::pair(handle->fsync_skgfrsiov, handle->offset_skgfrsiov),
+              std::pair(synchronous, unknown));
     EXPECT_EQ(priv(w.fib)->flags_skgfrsfib, flags & skgfofiNOMIRROR ? 2U : 3U);
-    EXPECT_EQ(w.ctx->curopen_skgfrctx, 1U);
-    EXPECT_EQ(open_descriptors(), before + 1);
+    EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(1U, before));
 
-    EXPECT_TRUE(gives(w, shared ? share : lock, skgfrSEAL));
-    EXPECT_EQ(lock_met_by_another_process(w), met);
+    EXPECT_TRUE(gives(w, take, skgfrSEAL));
+    EXPECT_EQ(lock_met(other), met);
+    const Expected held{27086, EAGAIN, {8, static_cast<ub4>(getpid())}};
+    if (mode & O_RDWR && take == lock)
+      in_own_process([&] { EXPECT_TRUE(gives(w, share, skgfrSEAL, held)); });
     EXPECT_TRUE(gives(w, unlock, skgfrSEAL));
-    EXPECT_EQ(lock_met_by_another_process(w), F_UNLCK);
+    EXPECT_EQ(lock_met(other), F_UNLCK);
 
     EXPECT_TRUE(gives(w, flush, skgfrSEAL));
     EXPECT_TRUE(gives(w, close_file, 0));
     EXPECT_EQ(fault_calls("fsync"), synchronous ? 1 : 3);  // one for the handle before
     EXPECT_EQ(handle->fd_skgfrsiov, 0);
-    EXPECT_EQ(w.ctx->curopen_skgfrctx, 0U);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(0U, before - 1));
+    close(other);
   }
-}
-
-TEST_F(Handles, NameTheProcessThatHoldsTheLock) {
-  World w;
-  opened(w);
-  const pid_t holder = fork();
-  if (holder == 0) {
-    struct flock64 whole {};
-    whole.l_type = F_WRLCK;
-    if (fcntl(open(w.name.c_str(), O_RDWR), F_SETLK64, &whole) == 0) raise(SIGSTOP);
-    _exit(1);
-  }
-  int status = 0;
-  waitpid(holder, &status, WUNTRACED);
-  EXPECT_TRUE(WIFSTOPPED(status));
-  EXPECT_TRUE(gives(w, share, skgfrSEAL, {27086, EAGAIN, {8, static_cast<ub4>(holder)}}));
-  kill(holder, SIGKILL);
-  waitpid(holder, &status, 0);
-  close_file(w);
-}
-
-TEST_F(Handles, KeepTheirDescriptorToThemselves) {
-  World w;
-  const int kept = dup(STDIN_FILENO);
-  close(STDIN_FILENO);
-  opened(w);
-  dup2(kept, STDIN_FILENO);
-  close(kept);
-  const int fd = priv(w.iov)->fd_skgfrsiov, inherited = dup(fd);
-  EXPECT_GT(fd, STDERR_FILENO);
-  const auto another_process_has = [](int number) {
-    return std::system(("test -e /proc/self/fd/" + std::to_string(number)).c_str()) == 0;
-  };
-  EXPECT_TRUE(another_process_has(inherited));
-  EXPECT_FALSE(another_process_has(fd));
-  close(inherited);
-  close_file(w);
+  close(standard_input);
 }
 
 TEST_F(Handles, FailOnRequest) {
   World w;
   opened(w);
-  for (const auto &[count, failures] : {std::pair<ub2, int>{2, 2}, {0xFFFF, 4}}) {
+  for (const ub2 count : {ub2{2}, ub2{0xFFFF}}) {
     skgfrser(&w.se, w.ctx, w.fib, count);
     for (int i = 0; i < 4; ++i) {
-      EXPECT_TRUE(
-          gives(w, open_file, skgfrSEAL, i < failures ? Expected{27051, 0, {1}} : Expected{0}));
+      const bool fails = i < count;
+      EXPECT_TRUE(gives(w, open_file, skgfrSEAL, {fails * 27051, 0, {fails}}));
     }
-    EXPECT_EQ(w.fib->serr_skgfrfib, failures == 4 ? 0xFFFF : 0U);
+    EXPECT_EQ(w.fib->serr_skgfrfib, count == 2 ? 0 : count);
   }
   close_file(w);
 }
 
 TEST_F(Handles, AllowAsynchronousRequestsWhereTheyWork) {
-  const std::tuple<const char *, ub4, uword, uword, uword> rows[] = {
-      {nullptr, 0, 5, 0, 16},
-      {nullptr, skgfrcASYNC, 5, 5, 0},
-      {nullptr, skgfrcASYNC, 9999, 1024, 0},
-      {"/dev/zero", 0, 5, 5, 0},
-  };
+  const std::tuple<bool, ub4, uword, uword, uword> rows[] = {{false, 0, 5, 0, 16},
+                                                             {false, skgfrcASYNC, 5, 5, 0},
+                                                             {false, skgfrcASYNC, 9999, 1024, 0},
+                                                             {true, 0, 5, 5, 0}};
   for (const auto &[device, options, wanted, allowed, flags] : rows) {
     World w;
     if (w.ctx->maxaio_skgfrctx == 0) GTEST_SKIP() << "no asynchronous I/O here";
-    w.name = device ? device : w.dir.file("file", 1024);
+    w.name = device ? "/dev/zero" : w.dir.file("file", 1024);
     identify(w);
     w.ctx->flags_skgfrctx |= options;
     skgfofi(&w.se, w.ctx, w.fib, w.iov, wanted, 0);
     EXPECT_EQ(std::pair(w.iov->maxaio_skgfriov, priv(w.iov)->flags_skgfrsiov),
               std::pair(allowed, flags));
     EXPECT_TRUE(gives(w, ask<skgfrqWRITEV>, device ? skgfrnMEMCPY : skgfrnVECBUF));
-    const Expected expected{allowed ? 0 : 27057};
-    EXPECT_TRUE(gives(w, ask<skgfrqAREADV>, skgfrnMEMCPY, expected));
+    EXPECT_TRUE(gives(w, ask<skgfrqAREADV>, skgfrnMEMCPY, {allowed ? 0 : 27057}));
     close_file(w);
   }
 }
@@ -247,16 +193,14 @@ TEST_F(Handles, DeleteFilesAndFoldersButNoDevices) {
   w.name = w.dir.file("file", 1);
   EXPECT_TRUE(gives(w, erase, skgfrrOK));
   EXPECT_FALSE(std::filesystem::exists(w.name));
-  link_to_folder(w);
-  EXPECT_TRUE(gives(w, erase_folder, skgfrrOK));
-  EXPECT_FALSE(std::filesystem::is_symlink(w.name));
-  std::filesystem::create_directory(w.name = w.dir.path("folder"));
-  EXPECT_TRUE(gives(w, erase_folder, skgfrrOK));
-  EXPECT_FALSE(std::filesystem::exists(w.name));
+  for (const Change change : {link_to_folder, new_folder}) {
+    change(w);
+    EXPECT_TRUE(gives(w, erase_folder, skgfrrOK));
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(w.name)));
+  }
   fault_arm("unlink", 0, 1, EPERM, FAULT_FAILS);  // the device outlives a faulty product
   w.name = "/dev/null";
   EXPECT_TRUE(gives(w, erase, skgfrrOK));
-  EXPECT_EQ(fault_calls("unlink"), 2);
 }
 
 }  // namespace

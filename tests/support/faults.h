@@ -2,7 +2,7 @@
  *
  * The functions of the same names in the test executable take the place of the C library's and
  * forward to it unless a test armed something. C, because C++ headers pin exception specifications
- * on them.
+ * on them. Names and texts are kept by reference, 64 of a kind between two resets.
  */
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
@@ -21,7 +21,7 @@ extern "C" {
  * errno set to `error`, without calling the system. Pointer results are given as numbers. */
 void fault_arm(const char *call, int skip, int times, int error, long result);
 
-/* Opening `from` (open64, setmntent) opens `to` instead; up to four names, kept by reference. */
+/* Opening `from` (open64, setmntent) opens `to` instead. */
 void fault_redirect(const char *from, const char *to);
 
 /* fstatfs64 and statfs64 report this file-system type; 0: the true one. */

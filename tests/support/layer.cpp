@@ -43,13 +43,9 @@ boolean answer(skgcbctx *, const text *name, uword *, void *pval, text **pstr, c
 }
 
 ub2 sum_words(void *bp, size_t len) {
-  ub2 sum = 0;
-  for (size_t at = 0; at < len; at += 2) {
-    ub2 word;
-    std::memcpy(&word, static_cast<char *>(bp) + at, 2);
-    sum ^= word;
-  }
-  return sum;
+  ub1 sum[2] = {0, 0};
+  for (size_t at = 0; at < len; ++at) sum[at % 2] ^= static_cast<ub1 *>(bp)[at];
+  return static_cast<ub2>(sum[0] | sum[1] << 8);
 }
 
 boolean wants_old_layout() { return client().old_layout; }
@@ -75,15 +71,20 @@ Context::~Context() {
   if (ctx_.ioctx_skgfrctx) syscall(SYS_io_destroy, ctx_.ioctx_skgfrctx);
 }
 
+bool kernel_has_room() {
+  Context context;
+  return (context->flags_skgfrctx & skgfrcKAIO) != 0;
+}
+
 testing::AssertionResult is(const slerc &se, const Expected &expected) {
-  const bool equal = se.slercoer == expected.code && se.slercerrno == expected.error &&
-                     std::memcmp(se.slercose, expected.words, sizeof se.slercose) == 0;
-  if (equal) return testing::AssertionSuccess();
-  return testing::AssertionFailure()
-         << "found " << se.slercoer << " errno " << se.slercerrno << " (" << se.slercose[0] << ", "
-         << se.slercose[1] << ", " << se.slercose[2] << "), expected " << expected.code << " errno "
-         << expected.error << " (" << expected.words[0] << ", " << expected.words[1] << ", "
-         << expected.words[2] << ")";
+  const auto text_of = [](eword code, int error, const ub4(&words)[3]) {
+    const testing::Message head = testing::Message() << code << " errno " << error;
+    return head.GetString() + testing::PrintToString(words);
+  };
+  const std::string found = text_of(se.slercoer, se.slercerrno, se.slercose);
+  const std::string wanted = text_of(expected.code, expected.error, expected.words);
+  if (found == wanted) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "found " << found << ", expected " << wanted;
 }
 
 slerc dirty() {
@@ -93,11 +94,8 @@ slerc dirty() {
 }
 
 int open_descriptors() {
-  int count = 0;
-  for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    count += !entry.path().empty();
-  }
-  return count - 1;  // the folder itself
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(all), end(all))) - 1;  // the folder itself
 }
 
 TempDir::TempDir(const std::string &parent) : path_(parent + "/vdprep-test-XXXXXX") {
@@ -118,11 +116,7 @@ std::string contents(const std::string &path, size_t size, off64_t offset) {
   std::ifstream in(path, std::ios::binary);
   in.seekg(offset);
   std::string all;
-  char chunk[4096];
-  while (all.size() < size && in) {
-    in.read(chunk, static_cast<std::streamsize>(std::min(sizeof chunk, size - all.size())));
-    all.append(chunk, static_cast<size_t>(in.gcount()));
-  }
+  for (char byte; all.size() < size && in.get(byte);) all += byte;
   return all;
 }
 

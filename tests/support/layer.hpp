@@ -55,8 +55,7 @@ class Context {
  public:
   explicit Context(const skgcb *table = &client_table);
   ~Context();
-  Context(const Context &) = delete;
-  Context &operator=(const Context &) = delete;
+  Context(Context &&) = delete;
   skgfrctx *operator->() { return &ctx_; }
   operator skgfrctx *() { return &ctx_; }  // NOLINT: stands for the pointer
   slerc se{};                              // of the initialisation
@@ -64,6 +63,10 @@ class Context {
  private:
   skgfrctx ctx_;
 };
+
+/// Whether the system has room for one more kernel asynchronous-I/O context; other processes may have
+/// taken it all.
+bool kernel_has_room();
 
 /// Every field of an error record but the parameters, as a failed operation must leave it.
 struct Expected {
@@ -83,8 +86,7 @@ class TempDir {
  public:
   explicit TempDir(const std::string &parent = "/tmp");
   ~TempDir();
-  TempDir(const TempDir &) = delete;
-  TempDir &operator=(const TempDir &) = delete;
+  TempDir(TempDir &&) = delete;
   std::string path(const std::string &name) const { return path_ + "/" + name; }
   /// A file of so many bytes that all hold `fill`.
   std::string file(const std::string &name, size_t size, char fill = 'x') const;
@@ -100,8 +102,7 @@ class LoopDevice {
  public:
   LoopDevice(const std::string &file, int sector_size, const std::string &options = "");
   ~LoopDevice();
-  LoopDevice(const LoopDevice &) = delete;
-  LoopDevice &operator=(const LoopDevice &) = delete;
+  LoopDevice(LoopDevice &&) = delete;
   const std::string &path() const { return path_; }
 
  private:

@@ -10,17 +10,15 @@ using Services = LayerTest;
 
 TEST_F(Services, ErrorTextAtEveryRoom) {
   const std::string head = "Linux Error: ", more = "Additional information: ", huge(300, 'e');
-  const std::tuple<int, std::array<ub4, 3>, const char *, std::string> cases[] = {
-      {0, {0, 0, 0}, nullptr, ""},
-      {-2, {~0u, 0, 7}, nullptr, more + "-1\n" + more + "7"},
-      {2, {1, 0, 3}, nullptr, head + "2: No such file or directory\n" + more + "1\n" + more + "3"},
-      {99999, {0, 8, 0}, nullptr, head + "99999: Unknown system error\n" + more + "8"},
-      {7, {0, 0, 0}, huge.c_str(), head + "7: " + huge.substr(0, 255)}};
-  for (const auto &[error, words, system_text, whole] : cases) {
+  const std::tuple<slerc, const char *, std::string> cases[] = {
+      {{1, 0, {0, 0, 0}, 0, {0}}, nullptr, ""},
+      {{1, -2, {~0u, 0, 7}, 0, {0}}, nullptr, more + "-1\n" + more + "7"},
+      {{1, 99999, {0, 8, 0}, 0, {0}}, nullptr, head + "99999: Unknown system error\n" + more + "8"},
+      {{1, 7, {0, 0, 0}, 0, {0}}, huge.c_str(), head + "7: " + huge.substr(0, 255)}};
+  for (auto [se, system_text, whole] : cases) {
     for (size_t room = 1; room < 300; ++room) {
       fault_reset();
       if (system_text) fault_arm("strerror", 0, 1, 0, reinterpret_cast<long>(system_text));
-      slerc se{27041, error, {words[0], words[1], words[2]}, 0, {0}};
       Guarded out(room);
       EXPECT_EQ(slcgems(&se, out.data(), room), std::min(room - 1, whole.size()));
       EXPECT_TRUE(str(out.data()) == whole.substr(0, room - 1) && out.intact()) << out.start(room);
@@ -30,8 +28,8 @@ TEST_F(Services, ErrorTextAtEveryRoom) {
   fault_arm("strerror", 1, 1, 0, FAULT_NULL);
   EXPECT_TRUE(!slzerrstr(99999, out.data(), 8) && !slzerrstr(2, out.data(), 8));
   EXPECT_TRUE(slcgems(nullptr, out.data(), 8) == 0 && out.intact(0));
-  EXPECT_EQ(slzerrstr(0, out.data(), 7), out.data());
-  EXPECT_TRUE(str(out.data()) == "Error " && out.intact(7));
+  EXPECT_TRUE(slzerrstr(2, out.data(), 8) == out.data() && str(out.data()) == "No such");
+  EXPECT_TRUE(slzerrstr(0, out.data(), 8) && str(out.data()) == "Error 0" && out.intact(8));
 }
 
 /// The first of so many variables that name one another; the last value names none.
@@ -45,16 +43,15 @@ TEST_F(Services, Environment) {
   const std::string n31(31, 'N'), n32(32, 'N'), v4096(4096, 'v');
   // clang-format off
   const std::pair<std::string, std::string> variables[] = {
-      {"ABC", "abc"}, {"A", "B"}, {"B", "c"}, {"LOOP", "LOOP"}, {"EMPTY", ""},
-      {"TO_EMPTY", "EMPTY"}, {n31, "n"}, {n32, "n"}, {"LONG", v4096}, {"LONGER", v4096 + "v"}};
+      {"ABC", "abc"}, {"A", "B"}, {"B", "c"}, {"EMPTY", ""}, {"TO_EMPTY", "EMPTY"}, {n31, "n"},
+      {n32, "n"}, {"LONG", v4096}, {"LONGER", v4096 + "v"}};
   const std::tuple<std::string, size_t, uword, sword, eword, std::string> read[] = {
       {"ABC", 3, 0, 3, 0, "abc"}, {"ABC", 2, 0, -2, 21101, "ab"}, {"ABC", 0, 0, -2, 21100, ""},
-      {"A", 9, 0, 1, 0, "B"}, {"A", 9, 2, 1, 0, "B"}, {"A", 9, 1, 1, 0, "c"},
-      {chain(255), 9, 1, 3, 0, "end"}, {chain(256), 9, 1, -2, 21100, ""}, {n31, 9, 0, 1, 0, "n"},
-      {"EMPTY", 9, 0, -1, 21104, ""}, {"TO_EMPTY", 9, 1, -1, 21104, ""}, {n32, 9, 0, -2, 21101, ""},
+      {"A", 9, 2, 1, 0, "B"}, {"A", 9, 1, 1, 0, "c"}, {chain(255), 9, 1, 3, 0, "end"},
+      {chain(256), 9, 1, -2, 21100, ""}, {n31, 9, 0, 1, 0, "n"}, {n32, 9, 0, -2, 21101, ""},
+      {"EMPTY", 9, 0, -1, 21104, ""}, {"TO_EMPTY", 9, 1, -1, 21104, ""},
       {"NOT_SET", 9, 0, -1, 21104, ""}, {"", 9, 0, -2, 21100, ""}, {"\0A"s, 9, 0, -2, 21100, ""},
-      {"LOOP", 9, 1, -2, 21100, ""}, {"LONG", 4096, 0, 4096, 0, v4096},
-      {"LONGER", 5000, 0, -2, 21101, v4096 + "v"}};
+      {"LONG", 4096, 0, 4096, 0, v4096}, {"LONGER", 5000, 0, -2, 21101, v4096 + "v"}};
   const std::tuple<const char *, const char *, const char *, eword> set[] = {
       {"SET_1", "1", "", 0}, {"SET_2", "", "", 0}, {"SET_3", "1", "malloc", 21102},
       {"SET_4", "1", "putenv", 21100}, {"", "1", "", 21100}};
@@ -71,7 +68,7 @@ TEST_F(Services, Environment) {
 
   for (const auto &[name, value, failing, code] : set) {
     slerc se = dirty();
-    fault_arm(failing, 0, 1, ENOMEM, failing == "malloc"s ? FAULT_NULL : FAULT_FAILS);
+    fault_arm(failing, 0, 1, ENOMEM, FAULT_FAILS);
     EXPECT_EQ(slzsetevar(&se, txt(name), strlen(name), txt(value), strlen(value)), code == 0);
     EXPECT_TRUE(is(se, only(code))) << name;
     EXPECT_STREQ(std::getenv(name), code ? nullptr : value);
@@ -80,17 +77,17 @@ TEST_F(Services, Environment) {
 
 TEST_F(Services, ClockCountsOnWhenTheCounterWraps) {
   // clang-format off
-  const std::tuple<ub4, ub8, ub4> cases[] = {  // reading, milliseconds, hundredths
-      {1001, 4004, 400}, {0x7FFFFFFF, 8589934588, 858993458}, {0x80000000, 8589934592, 858993459},
-      {~0u, 8589934592, 858993459},  // the error value: the clock stands still
-      {0xFFFFFFFE, 17179869176, 1717986917}, {2, 17179869192, 1717986919},
-      {1, 25769803780, 2576980378}, {0, 34359738368, 3435973836}, {0, 34359738368, 3435973836}};
+  const std::tuple<long, ub8, ub4> cases[] = {  // reading, milliseconds, hundredths
+      {1001, 4004, 400}, {0x7FFFFFFF, 8589934588, 858993458},
+      {-0x7FFFFFFF - 1, 8589934592, 858993459}, {-1, 8589934592, 858993459},  // the error value
+      {-2, 17179869176, 1717986917}, {2, 17179869192, 1717986919}, {1, 25769803780, 2576980378},
+      {0, 34359738368, 3435973836}, {0, 34359738368, 3435973836}};
   // clang-format on
   in_own_process([&] {
     fault_arm("sysconf", 0, 1, 0, 250);  // ticks a second
     for (const auto &[reading, milliseconds, hundredths] : cases) {
       slerc se = dirty();
-      fault_arm("times", 0, 2, 0, reading == ~0u ? -1 : static_cast<long>(reading));
+      fault_arm("times", 0, 2, 0, reading);
       EXPECT_EQ(sltrgatime64(), milliseconds);
       EXPECT_TRUE(slgcs(&se) == hundredths && is(se, only(0))) << milliseconds;
     }
@@ -100,8 +97,7 @@ TEST_F(Services, ClockCountsOnWhenTheCounterWraps) {
 
 TEST_F(Services, LocalDateAndTime) {
   const std::tuple<const char *, long, long, slgtd_t> cases[] = {
-      {"UTC0", 1172930709, 250999, {2007, 3, 3, 14, 5, 9, 250, 0}},
-      {"XXX-5:30", 1172930709, 999999, {2007, 3, 3, 19, 35, 9, 999, 0}},
+      {"XXX-5:30", 1172930709, 250999, {2007, 3, 3, 19, 35, 9, 250, 0}},
       {"XXX3", 1704067200, 0, {2023, 12, 31, 21, 0, 0, 0, 0}}};
   for (const auto &[zone, seconds, microseconds, expected] : cases) {
     setenv("TZ", zone, 1), tzset();

@@ -9,9 +9,11 @@ using namespace support;
 
 namespace {
 
+class Process : public FlowTest {};
+
 #ifndef __SANITIZE_ADDRESS__  // the sanitizers bring libraries and make calls of their own
 
-TEST(Process, NeedsOnlyTheCLibrary) {
+TEST_F(Process, NeedsOnlyTheCLibrary) {
   const Outcome got = run("readelf -d $P | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\..*/\\1/p'");
   if (got.output.empty()) GTEST_SKIP() << "readelf does not work here";
   EXPECT_EQ(got.output, "libc.so\n");
@@ -39,8 +41,8 @@ std::vector<std::string> flow_calls(const std::string &trace) {
   return calls;
 }
 
-TEST(Process, SystemCallsCountedAndKilledOneByOne) {
-  const TempDir dir;
+TEST_F(Process, SystemCallsCountedAndKilledOneByOne) {
+  const TempDir dir(place_for_files());
   const LoopDevice loop(dir.file("disk", 16384), 512);
   const std::string trace = dir.path("trace"), strace = "strace -f -o " + trace + " ";
   if (run(strace + "$P").status != 2) GTEST_SKIP() << "strace does not work here";

@@ -5,16 +5,23 @@
 #pragma once
 
 #include <cstring>
-#include <filesystem>
 #include <sstream>
 
 #include "tests/support/layer.hpp"
+#include "tests/support/places.hpp"
 
 namespace support {
 
 struct Outcome {
   int status;  // of exit, or 128 and the signal
   std::string output;
+};
+
+/// The program opens every file for direct I/O.
+class FlowTest : public LayerTest {
+  void SetUp() override {
+    if (!takes_direct_io(place_for_files())) GTEST_SKIP() << "no direct I/O here";
+  }
 };
 
 /// Runs a shell command that finds the program in $P.
@@ -47,7 +54,6 @@ struct Message {
 };
 constexpr Message messages[] = {
     {"ok", 0, "vdprep: successfully initialized file {}\n"},
-    {"silent", 0, ""},
     {"gone", 1, "vdprep: File {} not found\n"},
     {"usage", 2, "Usage: vdprep <filetype> <filename>\n"},
     {"unknown", 2, "vdprep: unknown file type {}\n"},
@@ -61,6 +67,7 @@ constexpr Message messages[] = {
     {"close", 4, "vdprep: Unexpected error closing file\nskgfcfi: "},
     {"unclosed", 0, "vdprep: Unexpected error closing KVS file\n"},
     {"resize", 0, "vdprep: Failure trying to resize KVS file from "},
+    {"silent", 0, ""},
     {"mute", 4, ""},
     {"killed", 137, ""}};
 
