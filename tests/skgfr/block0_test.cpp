@@ -119,7 +119,7 @@ TEST_F(Block0Test, Converts) {
 
   string fields[] = {"0123456789abcdefghijklmnopqrstuvwxyzABCDEFGH", ""};
   fields[1] = fields[0];
-  for (const uword old_layout : {0, 1}) {
+  for (const uword old_layout : {0U, 1U}) {
     client().numbers = {{"_xtts_allow_pre10", old_layout}};
     skgfrbcvt(ctx, fields[old_layout].data());
   }

@@ -159,7 +159,7 @@ TEST_F(ContextTest, ProbeForAsynchronousInputAndOutput) {
   Context ctx;
   const auto probe = [&](int fd) { return skgfr_aiosupported(ctx, fd) + 2 * close(fd); };
   EXPECT_EQ(probe(ends[0]), FALSE);  // good ones between: no completion is another's
-  for (const size_t size : {512, 511, 513, 0, 8192}) EXPECT_EQ(probe(file(size)), size > 511);
+  for (const size_t size : {512U, 511U, 513U, 0U, 8192U}) EXPECT_EQ(probe(file(size)), size > 511);
   EXPECT_EQ(probe(open("/tmp", O_RDONLY)), FALSE);
   EXPECT_EQ(probe(ends[1]), FALSE);
 }

@@ -201,7 +201,7 @@ TEST_F(RequestsTest, AgreeWithAModel) {
   std::filesystem::resize_file(f.name, 5ULL << 30);
   priv(f.fib)->lastblk_skgfrsfib = ALL;
   std::mt19937 random(7);
-  for (const ub4 first : {2, 1, 0x900002}) {
+  for (const ub4 first : {2U, 1U, 0x900002U}) {
     if (first == 1) from_0(f);
     if (first > 2) f.fib->ftype_skgfrfib = skgfrfVTG;
     const off64_t byte = first > 2 ? 0x120000200 : 512;  // where the block before begins
