@@ -3,6 +3,7 @@
 // Knows nothing of translation. The search list of the process is read once and kept for good.
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -32,6 +33,8 @@ bool fill_search_list(slerc *se, const text *variable) {
   }
   errno = 0;
   char *const copy = strdup(value);
+  // Compilers take allocations to leave errno alone, and would read the 0 of above.
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   if (!copy) {
     fail(se, sites::search_list_no_memory, errno);
     return false;
