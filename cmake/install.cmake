@@ -7,7 +7,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/skgfr)
 install(TARGETS sysl skgfr EXPORT skgfr-targets)
 install(TARGETS vdprep)
 install(FILES sysl/sysl.h sysl/types.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sysl)
-install(FILES skgfr/skgfr.h skgfr/records.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/skgfr)
+install(FILES skgfr/skgfr.h skgfr/asynchronous.h skgfr/discovery.h skgfr/records.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/skgfr)
 install(FILES man/vdprep.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES man/skgfr.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(FILES completions/vdprep.bash RENAME vdprep

@@ -19,8 +19,8 @@
 #ifndef SKGFR_SKGFR_H
 #define SKGFR_SKGFR_H
 
-#include <time.h>
-
+#include "skgfr/asynchronous.h"
+#include "skgfr/discovery.h"
 #include "skgfr/records.h"
 #include "sysl/sysl.h"
 
@@ -360,81 +360,6 @@ void skgfsync(slerc *se, skgfrctx *ctx, skgfriov *iov);
  */
 skgfrn skgfask(slerc *se, skgfrctx *ctx, skgfriov *iov, skgfrq question);
 
-/* ---- Mirrors and device lists ----
- *
- * Files are never treated as mirrored on this platform, and lie on one device. */
-
-/* Whether the handle's file is mirrored: always FALSE. Clears bit 0 of its flags_skgfrsfib; se is
- * not touched. */
-boolean skgfrersr(slerc *se, skgfrctx *ctx, skgfriov *iov);
-
-/* 1 when bit 0 of the file's flags_skgfrsfib is set, else 0. Sets slercoer to 0. */
-uword skgfrmms(slerc *se, skgfrctx *ctx, skgfriov *iov);
-
-/* The first side of a mirror read of block blkno into bufp: does nothing. Sets slercoer to 0. */
-void skgfrfms(slerc *se, skgfrctx *ctx, skgfrmss *mss, skgfriov *iov, void *bufp, ub4 blkno);
-
-/* The next side: always 0. Sets slercoer to 0. */
-uword skgfrnms(slerc *se, skgfrctx *ctx, skgfrmss *mss, void *bufp);
-
-/* The name of a side: always null; *len is not written. Sets slercoer to 0. */
-text *skgfgmsn(slerc *se, skgfrctx *ctx, skgfrmss *mss, size_t *len);
-
-/* How many devices hold an identified file: 1, with *ndevs set to 1; 0, with *ndevs as it was, when
- * its device is not known. Fails with 27050 (9, seal) and 0. */
-uword skgfdlndv(slerc *se, skgfrctx *ctx, skgfrfib *fib, uword *ndevs);
-
-/* The device that holds an identified file: 1, with its number as text in *devp; 0, with *devp as
- * it was, when it is not known. *nodp is never written. Fails with 27050 (9, seal) and 0. */
-uword skgfdli(slerc *se, skgfrctx *ctx, skgfrfib *fib, skgfrdev *devp, skgfrnod *nodp);
-
-/* ---- Discovery and search ---- */
-
-/* The default discovery string: every node in /dev/raw. */
-extern const text skgfrdscdflt[];
-
-/* Expands a discovery string, a name pattern with shell wildcards, and examines every match.
- *
- * str: NUL-terminated; empty: the default. Variables and a leading "?" are translated; other "?",
- * "*" and brackets are wildcards. mem, memctx: allocate the result, which is the client's; freef is
- * not called. rawonly: accept a regular file on NFS only. Sets slercoer to 0. Fails, with null,
- * with
- *   15031 (41), EINVAL         str is null
- *   15031 (41), ENAMETOOLONG   its escaped form exceeds 512 characters
- *   15031 (42), errno          the pattern could not be expanded
- * or as slnrm does. With
- *   15031 (42), ENOMEM         mem answered null
- * the result is what was built so far, consistent, or null when that is nothing. Its string may
- * then be null, or its first match have no path and this failure in se_skgfrstat.
- */
-skgfrdsc *skgfrdscdevs(slerc *se, skgfrctx *ctx, const text *str, void *memctx, skgfralloccb3 mem,
-                       skgfrfreecb3 freef, boolean rawonly);
-
-/* Examines the device or file that path_skgfrstat names and fills the fields from flags_skgfrstat
- * on. TRUE on success. Fails, with FALSE and the fields as they were, with
- *   15025 (42), errno   it may not be read and written
- *   27037 (42), errno   stat or statfs
- *   15059 (42), type    neither a device nor an acceptable file; slercerrno is its type bits
- *   27041 (42), errno   opening a device
- * or as skgfgfsz does for a device whose size cannot be found.
- */
-boolean skgfrdevstat(slerc *se, skgfrctx *ctx, skgfrstat *dstat, boolean rawonly);
-
-/* Hands every file whose path begins with the name (fnpl bytes) to procfcb, with cbctx, or every
- * empty directory when lkempty is set; in directory order, depth first. What cannot be read is
- * skipped, and so is a directory that lies inside itself by way of links.
- *
- * The directory searched is the name cut behind its last "/"; a name without one, but for the first
- * character, finds nothing. Fails with 27036 (code, 6); code 0: the name is empty.
- */
-void skgfrsfe(slerc *se, const text *fnp, size_t fnpl, boolean lkempty, void *cbctx,
-              skgfrprfcb procfcb);
-
-/* The walk of skgfrsfe from the object obj (objl bytes) on, with the normalised name fnp. TRUE when
- * it ran to its end, FALSE when procfcb stopped it. se is not touched. */
-boolean skgfrsftw(slerc *se, const text *obj, size_t objl, const text *fnp, size_t fnpl,
-                  boolean lkempty, void *cbctx, skgfrprfcb procfcb);
-
 /* ---- Deletion ---- */
 
 /* Deletes the named file; a device is left alone, with skgfrrOK. type is not used.
@@ -505,86 +430,6 @@ uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags);
  */
 boolean skgfrvldtrq(kgglk *reqhdr, ub4 flags, skgfrctx *ctx, ub4 req_num, skgfrrq **req,
                     skgfrrq **valid, aiocb64 **aio_array, ub4 *nval);
-
-/* ---- Completions ----
- *
- * A request that a call here returns or claims has its final status, skgfriDONE or skgfriIOERROR, is no
- * longer counted, and its records may be used again. Requests that failed have
- *   27061 (-1, asked), errno   the kernel completed it with an error
- *   27085 (moved, asked)       it moved another number of bytes
- * Requests are delivered last completed first. Time-outs are in hundredths of a second for each kernel
- * wait: 0 does not block, all ones is 600 seconds. */
-
-/* Waits until count requests are done, nothing is outstanding or the time-out passes, and returns one.
- *
- * wcx: not null makes the wait interruptible by the wake-up signal. Clears the record. skgfrrOK with the
- * request in *ppiosb; skgfrrNOTFOUND when none is done, skgfrrINTERRUPT when the wait was interrupted;
- * skgfrrERROR with 27083, errno, when collecting failed otherwise; *ppiosb is then untouched. */
-skgfrr skgfrwat(slerc *se, skgfrctx *ctx, ub4 count, skgfriosb **ppiosb, skgfrwcx *wcx,
-                ub4 timeout);
-
-/* Returns the next request that is done, without asking the kernel for more.
- *
- * Sets slercoer to 0. skgfrrOK with the request in *ppiosb, or null while requests are outstanding and
- * none is done; skgfrrNOTFOUND when nothing is. */
-skgfrr skgfnxtio(slerc *se, skgfrctx *ctx, skgfriosb **ppiosb);
-
-/* Claims the given request if it is done; else does nothing. */
-void skgfrchk(skgfrctx *ctx, skgfriosb *iosb);
-
-/* Wakes the process of cid from an interruptible wait. Sets slercoer to 0; reports nothing. */
-void skgfrpst(slerc *se, skgfrctx *ctx, skgfrwcx *cid, ub4 flags);
-
-/* The next request that is done, or null. */
-skgfriosb *skgfgiod(skgfrctx *ctx);
-
-/* Collects up to count completions. TRUE when the wait was interrupted. flags: 0x1 interruptible. wait
- * has no effect. Sets slercoer to 0; 27083, errno, as for skgfrwat. */
-boolean skgfospo(slerc *se, skgfrctx *ctx, ub4 count, uword wait, ub4 flags, ub4 tout);
-
-/* The same from the kernel alone; also TRUE for a count of 0. */
-boolean skgfrliopo(slerc *se, skgfrctx *ctx, ub4 count, uword wait, boolean intr, ub4 tout);
-
-/* ---- Asynchronous engine ----
- *
- * In the manner of the POSIX calls that they resemble, on the layer's own control blocks: -1 with errno
- * on failure. Offsets and sizes are in bytes. */
-
-/* Modes of skgfr_lio_listio64. */
-enum { LIO_WAIT = 0, LIO_NOWAIT = 1 };
-
-/* Prepares and submits one read, or one write when type is TRUE, on the control block of siosb. EAGAIN when
- * the context has no room. */
-int skgfr_aiorw64(skgfrctx *ctx, int filedes, char *bufp, int bufs, off64_t offset,
-                  skgfrsisb *siosb, boolean type);
-
-/* Submits nent prepared control blocks in one call; only LIO_NOWAIT is served (LIO_WAIT: ENOSYS, others:
- * EINVAL). -1 when not all were taken, EAGAIN for lack of room; those not taken are not submitted. sig is
- * not used. */
-int skgfr_lio_listio64(skgfrctx *ctx, int mode, const aiocb64 **aiocbs, int nent,
-                       struct sigevent *sig);
-
-/* Collects completions until a block of list (may be null) is done, nent are collected, or collecting
- * fails; returns how many. The time-out (null: none) holds for each kernel wait. */
-int skgfr_suspend64(skgfrctx *ctx, const aiocb64 **list, int nent, const struct timespec *timeout);
-
-/* Collects completions until waitfor or listsize are there; stores blocks in out_list unless it is null,
- * and their count through completed_count. suspend: leave them to be completed at delivery. The events of
- * the last kernel call, or -1: EAGAIN time-out, E2BIG fewer were outstanding, or as the kernel said. */
-long skgfr_reap64(skgfrctx *ctx, const struct timespec *timeout, unsigned int waitfor,
-                  aiocb64 **out_list, int listsize, unsigned int *completed_count, boolean suspend);
-
-/* State of a control block: 0 completed, EINPROGRESS, EAGAIN not submitted, or the error it completed with;
- * -1 with EINVAL for a null pointer or no state. */
-int skgfr_error64(skgfrctx *ctx, aiocb64 *aiocbp);
-
-/* Bytes that a completed block moved; -1 with its error, or EINVAL when it is not completed; -EINPROGRESS
- * while it is in progress. */
-int skgfr_return64(skgfrctx *ctx, aiocb64 *aiocbp);
-
-/* Turns a completion into the request's final state. phase: 0x1 onto the done queue, 0x2 fill its status
- * block; aio_err: 0 or the completion's error. */
-void skgfrciohdlr(skgfrctx *ctx, skgfrsisb *siosb_ptr, aiocb64 *aiocb_ptr, int aio_err, ub1 phase);
 
 #ifdef __cplusplus
 }
