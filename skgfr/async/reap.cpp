@@ -51,7 +51,8 @@ long skgfr_reap64(skgfrctx *ctx, const struct timespec *timeout, unsigned int wa
       if (look_for_probes && is_late_probe(events[i].data)) continue;
       aiocb64 *const block = static_cast<aiocb64 *>(events[i].data);
       reaped(ctx, block, static_cast<long>(events[i].res), phases);
-      if (out_list) out_list[done + last] = block;
+      const unsigned int at = done + static_cast<unsigned int>(last);
+      if (out_list && at < static_cast<unsigned int>(listsize)) out_list[at] = block;
       ++last;
     }
     ctx->aiopend_skgfrctx -= static_cast<uword>(last);
