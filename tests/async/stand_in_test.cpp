@@ -193,6 +193,12 @@ TEST_F(StandIn, ReapingCounts) {
   EXPECT_EQ(skgfrwat(&se, ctx, 2, &iosb, nullptr, 0), skgfrrOK);
   EXPECT_EQ(aio->reap_calls, 2) << "enough were done";
   EXPECT_EQ(deliver_all().size(), 2u);
+  queue(make(3), true);
+  plan({}, {3}, {});
+  aiocb64 *few[] = {nullptr, nullptr};
+  EXPECT_EQ(skgfr_reap64(ctx, nullptr, 1, few, 1, &reaped, FALSE), 3);
+  EXPECT_TRUE(few[0] && !few[1]) << "no more than the list holds";
+  EXPECT_EQ(deliver_all().size(), 3u);
 }
 
 TEST_F(StandIn, SupportProbe) {
