@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #define MOST 64 /* of a kind */
+#define LONGEST_TRACE 8192
 
 struct fault {
   const char *call;
@@ -30,13 +31,18 @@ struct fault {
 static struct {
   struct fault faults[MOST];
   const char *redirections[MOST][2]; /* from, to */
-  const char *calls[MOST];
-  int counts[MOST]; /* of the calls at the same places */
+  const char *trace[LONGEST_TRACE + 1];
+  int traced;
+  unsigned one_in, seed; /* calls that fail at random */
+  fault_chooser error_of;
+  struct fault random_fault;
   unsigned int file_system;
   struct timeval time_of_day;
   fault_ioctl ioctl_answer;
   int watching; /* nothing is counted before the first reset: that is the process's start */
 } armed;
+static int depth; /* above 0 inside a forwarded call */
+static long live_allocations, injected;
 
 void fault_reset(void) {
   memset(&armed, 0, sizeof armed);
@@ -47,6 +53,12 @@ void fault_arm(const char *call, int skip, int times, int error, long result) {
   int i = 0;
   while (armed.faults[i].times) ++i;
   armed.faults[i] = (struct fault){call, skip, times, error, result};
+}
+
+void fault_at_random(unsigned one_in, unsigned seed, fault_chooser error_of) {
+  armed.one_in = one_in;
+  armed.seed = seed;
+  armed.error_of = error_of;
 }
 
 void fault_redirect(const char *from, const char *to) {
@@ -62,27 +74,41 @@ void fault_time_of_day(long seconds, long microseconds) {
 }
 void fault_answer_ioctl(fault_ioctl answer) { armed.ioctl_answer = answer; }
 
-static int *counter(const char *call) {
-  int i = 0;
-  while (armed.calls[i] && strcmp(armed.calls[i], call) != 0) ++i;
-  armed.calls[i] = call;
-  return &armed.counts[i];
+const char *fault_trace(int at) { return armed.trace[at]; }
+long fault_live_allocations(void) { return live_allocations; }
+long fault_count(void) { return injected; }
+
+int fault_calls(const char *call) {
+  int count = 0;
+  for (int i = 0; i < armed.traced; ++i) count += strcmp(armed.trace[i], call) == 0;
+  return count;
 }
-int fault_calls(const char *call) { return *counter(call); }
+
+/* A failure drawn for this call, if any. */
+static const struct fault *drawn(const char *call) {
+  if (!armed.one_in || (unsigned)rand_r(&armed.seed) % armed.one_in) return NULL;
+  const int error = armed.error_of(call);
+  armed.random_fault = (struct fault){.error = error, .result = FAULT_FAILS};
+  return error ? &armed.random_fault : NULL;
+}
 
 /* The fault that this call meets, if any. */
 static const struct fault *due(const char *call) {
-  if (!armed.watching) return NULL;
-  ++*counter(call);
-  for (int i = 0; i < MOST; ++i) {
+  if (!armed.watching || depth) return NULL;
+  if (armed.traced < LONGEST_TRACE) armed.trace[armed.traced++] = call;
+  const struct fault *met = drawn(call);
+  for (int i = 0; !met && i < MOST; ++i) {
     struct fault *const fault = &armed.faults[i];
     if (!fault->times || strcmp(fault->call, call) != 0 || fault->skip-- > 0) continue;
     --fault->times;
-    errno = fault->error;
-    return fault;
+    met = fault;
   }
-  return NULL;
+  if (!met) return NULL;
+  ++injected;
+  errno = met->error;
+  return met;
 }
+int fault_meets(const char *call) { return due(call) != NULL; }
 
 static const char *redirected(const char *name) {
   int i = 0;
@@ -107,32 +133,44 @@ static int answered(int (*real)(int, unsigned long, ...), int fd, unsigned long 
   return real(fd, request, argument);
 }
 
-/* Finds the fault that a call of this function meets, and the function that it hides. */
-#define MEET(type, name, types)                         \
-  static type(*real) types;                             \
-  if (!real) *(void **)&real = dlsym(RTLD_NEXT, #name); \
-  const struct fault *const fault = due(#name)
+static int closed(int (*real)(int), int fd, int result) {
+  const int error = errno;
+  real(fd);
+  errno = error;
+  return result;
+}
 
-/* A function that fails when a fault is due and answers this otherwise. */
-#define REPLACE(type, name, parameters, answer)  \
-  type name parameters {                         \
-    MEET(type, name, parameters);                \
-    return fault ? (type)fault->result : answer; \
+/* A function that answers `failure` when a fault is due and otherwise this. The function that it
+ * hides is `real`. */
+#define REPLACE(type, name, parameters, failure, answer)  \
+  type name parameters {                                  \
+    static type(*real) parameters;                        \
+    if (!real) *(void **)&real = dlsym(RTLD_NEXT, #name); \
+    const struct fault *const fault = due(#name);         \
+    if (fault) return failure;                            \
+    ++depth;                                              \
+    type const result = answer;                           \
+    --depth;                                              \
+    return result;                                        \
   }
-#define FORWARD(type, name, parameters, arguments) REPLACE(type, name, parameters, real arguments)
+#define FORWARD(type, name, parameters, arguments) \
+  REPLACE(type, name, parameters, (type)fault->result, real arguments)
 #define FORWARD1(type, name, A) FORWARD(type, name, (A a), (a))
 #define FORWARD2(type, name, A, B) FORWARD(type, name, (A a, B b), (a, b))
 #define FORWARD3(type, name, A, B, C) FORWARD(type, name, (A a, B b, C c), (a, b, c))
+#define FORWARD4(type, name, A, B, C, D) FORWARD(type, name, (A a, B b, C c, D d), (a, b, c, d))
 
 // clang-format off
-FORWARD1(int, close, int) FORWARD1(int, fsync, int) FORWARD1(int, putenv, char *)
-FORWARD1(int, unlink, const char *) FORWARD1(int, rmdir, const char *) FORWARD1(long, sysconf, int)
+REPLACE(int, close, (int a), closed(real, a, (int)fault->result), real(a))
+FORWARD1(int, fsync, int) FORWARD1(int, putenv, char *) FORWARD1(int, unlink, const char *)
+FORWARD1(int, rmdir, const char *) FORWARD1(long, sysconf, int)
 FORWARD1(char *, canonicalize_file_name, const char *) FORWARD1(char *, strdup, const char *)
 FORWARD1(char *, strerror, int) FORWARD1(clock_t, times, struct tms *)
-FORWARD1(unsigned, sleep, unsigned) FORWARD2(void *, dlopen, const char *, int)
+FORWARD1(unsigned, sleep, unsigned) FORWARD1(DIR *, opendir, const char *)
+FORWARD1(struct dirent64 *, readdir64, DIR *) FORWARD2(int, kill, pid_t, int)
 FORWARD2(int, stat64, const char *, struct stat64 *) FORWARD2(int, fstat64, int, struct stat64 *)
 FORWARD2(int, ftruncate64, int, off64_t) FORWARD2(int, access, const char *, int)
-FORWARD2(int, mkdir, const char *, mode_t) FORWARD1(struct dirent64 *, readdir64, DIR *)
+FORWARD2(int, mkdir, const char *, mode_t)
 FORWARD2(int, getrlimit64, __rlimit_resource_t, struct rlimit64 *)
 FORWARD2(int, setrlimit64, __rlimit_resource_t, const struct rlimit64 *)
 FORWARD3(off64_t, lseek64, int, off64_t, int) FORWARD3(ssize_t, read, int, void *, size_t)
@@ -141,51 +179,105 @@ FORWARD3(ssize_t, readv, int, const struct iovec *, int)
 FORWARD3(ssize_t, writev, int, const struct iovec *, int)
 FORWARD3(ssize_t, readlink, const char *, char *, size_t)
 FORWARD3(int, sigaction, int, const struct sigaction *, struct sigaction *)
+FORWARD4(int, faccessat, int, const char *, int, int)
+FORWARD4(int, fstatat64, int, const char *, struct stat64 *, int)
+FORWARD4(ssize_t, readlinkat, int, const char *, char *, size_t)
+FORWARD4(ssize_t, pread64, int, void *, size_t, off64_t)
+FORWARD4(ssize_t, pwrite64, int, const void *, size_t, off64_t)
+FORWARD4(struct mntent *, getmntent_r, FILE *restrict, struct mntent *restrict, char *restrict, int)
 FORWARD(int, glob64, (const char *restrict a, int b, int (*c)(const char *, int), glob64_t *restrict d),
         (a, b, c, d))
-FORWARD(ssize_t, pread64, (int a, void *b, size_t c, off64_t d), (a, b, c, d))
-FORWARD(ssize_t, pwrite64, (int a, const void *b, size_t c, off64_t d), (a, b, c, d))
-REPLACE(int, statfs64, (const char *a, struct statfs64 *b), with_file_system(real(a, b), b))
-REPLACE(int, fstatfs64, (int a, struct statfs64 *b), with_file_system(real(a, b), b))
-REPLACE(int, gettimeofday, (struct timeval *restrict a, void *restrict b), with_time(real(a, b), a))
-// clang-format on
+FORWARD(void *, dlopen, (const char *a, int b), (a ? redirected(a) : a, b))
+REPLACE(FILE *, setmntent, (const char *a, const char *b), NULL, real(redirected(a), b))
+REPLACE(int, statfs64, (const char *a, struct statfs64 *b), (int)fault->result,
+        with_file_system(real(a, b), b))
+REPLACE(int, fstatfs64, (int a, struct statfs64 *b), (int)fault->result,
+        with_file_system(real(a, b), b))
+REPLACE(int, gettimeofday, (struct timeval *restrict a, void *restrict b), (int)fault->result,
+        with_time(real(a, b), a))
 
 /* The same for a function whose last argument, no wider than a pointer, may be absent. */
-#define REPLACE_VARIADIC(name, A, B, answer)      \
-  int name(A a, B b, ...) {                       \
-    MEET(int, name, (A, B, ...));                 \
-    va_list arguments;                            \
-    va_start(arguments, b);                       \
-    void *const last = va_arg(arguments, void *); \
-    va_end(arguments);                            \
-    return fault ? (int)fault->result : answer;   \
+#define REPLACE_VARIADIC(name, A, B, answer)                                       \
+  static int name##_with(int (*real)(A, B, ...), A a, B b, void *last) { return answer; } \
+  int name(A a, B b, ...) {                                                        \
+    static int (*real)(A, B, ...);                                                 \
+    if (!real) *(void **)&real = dlsym(RTLD_NEXT, #name);                          \
+    const struct fault *const fault = due(#name);                                  \
+    if (fault) return (int)fault->result;                                          \
+    va_list arguments;                                                             \
+    va_start(arguments, b);                                                        \
+    void *const last = va_arg(arguments, void *);                                  \
+    va_end(arguments);                                                             \
+    ++depth;                                                                       \
+    const int result = name##_with(real, a, b, last);                              \
+    --depth;                                                                       \
+    return result;                                                                 \
   }
-                                                        REPLACE_VARIADIC(fcntl, int, int,
-                                                                         real(a, b, last))
-                                                            REPLACE_VARIADIC(ioctl, int,
-                                                                             unsigned long,
-                                                                             answered(real, a, b,
-                                                                                      last))
-                                                                REPLACE_VARIADIC(open64,
-                                                                                 const char *, int,
-                                                                                 real(redirected(a),
-                                                                                      b, last))
+REPLACE_VARIADIC(fcntl, int, int, real(a, b, last))
+REPLACE_VARIADIC(ioctl, int, unsigned long, answered(real, a, b, last))
+REPLACE_VARIADIC(open64, const char *, int, real(redirected(a), b, last))
+    // clang-format on
 
-                                                                    FILE *setmntent(
-                                                                        const char *name,
-                                                                        const char *mode) {
-  MEET(FILE *, setmntent, (const char *, const char *));
-  return fault ? NULL : real(redirected(name), mode);
+    /* What hardened code calls instead; the checks behind it are not under test. */
+    int __open64_2(const char *name, int flags);
+ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room);
+ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room);
+ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room);
+ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room);
+int __open64_2(const char *name, int flags) { return open64(name, flags, 0); }
+ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room) {
+  return read(fd, buffer, size < room ? size : room);
+}
+ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room) {
+  return pread64(fd, buffer, size < room ? size : room, offset);
+}
+ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room) {
+  return readlink(name, target, size < room ? size : room);
+}
+ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room) {
+  return readlinkat(folder, name, target, size < room ? size : room);
 }
 
-/* Allocation is needed to look functions up, so the real ones are known by name: the sanitizer's
- * when there are any, else the C library's. Compilers turn malloc and zeroing into calloc. */
-#define ALLOCATE(name, parameters, arguments)                                               \
-  extern void *__interceptor_##name parameters __attribute__((weak));                       \
-  extern void *__libc_##name parameters;                                                    \
-  void *name parameters {                                                                   \
-    if (due(#name)) return NULL;                                                            \
-    return __interceptor_##name ? __interceptor_##name arguments : __libc_##name arguments; \
+/* The allocator behind: the sanitizer's, else the next one, so that valgrind's takes its place.
+ * Looking that up could allocate; the C library's own serves then. */
+#define ALLOCATOR(type, name, parameters, arguments)                 \
+  extern type __interceptor_##name parameters __attribute__((weak)); \
+  extern type __libc_##name parameters;                              \
+  static type real_##name parameters {                               \
+    static type(*real) parameters;                                   \
+    static int looking;                                              \
+    if (!real && __interceptor_##name) real = __interceptor_##name;  \
+    if (!real && !looking) {                                         \
+      looking = 1;                                                   \
+      *(void **)&real = dlsym(RTLD_NEXT, #name);                     \
+      looking = 0;                                                   \
+    }                                                                \
+    return real ? real arguments : __libc_##name arguments;          \
   }
-ALLOCATE(malloc, (size_t size), (size))
-ALLOCATE(calloc, (size_t count, size_t size), (count, size))
+ALLOCATOR(void *, malloc, (size_t size), (size))
+ALLOCATOR(void *, calloc, (size_t count, size_t size), (count, size))
+ALLOCATOR(void *, realloc, (void *old, size_t size), (old, size))
+ALLOCATOR(void *, memalign, (size_t alignment, size_t size), (alignment, size))
+ALLOCATOR(void, free, (void *memory), (memory))
+
+static void *counted(void *memory) {
+  if (memory) ++live_allocations;
+  return memory;
+}
+void *malloc(size_t size) { return due("malloc") ? NULL : counted(real_malloc(size)); }
+void *calloc(size_t count, size_t size) {
+  return due("malloc") ? NULL : counted(real_calloc(count, size));
+}
+void *aligned_alloc(size_t alignment, size_t size) {
+  return due("malloc") ? NULL : counted(real_memalign(alignment, size));
+}
+void *realloc(void *old, size_t size) {
+  if (!old) return malloc(size);
+  void *const memory = real_realloc(old, size);
+  if (!memory && size == 0) --live_allocations;
+  return memory;
+}
+void free(void *memory) {
+  if (memory) --live_allocations;
+  real_free(memory);
+}

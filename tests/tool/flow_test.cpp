@@ -75,7 +75,7 @@ TEST_F(Flow, FailingCalls) {
       {{"close", 1, EIO}, "vtg", 1024, "close e5 3 512/1"},
       {{"stat64", 1, EACCES}, "kvs", 10240, "early4 e13 3"},
       {{"ftruncate64", 0, EFBIG}, "kvs", 10240, "resize <10240 >12288 ident5 1"},
-      {{"close", 2, EIO}, "kvs", 10240, "unclosed ok 4096/1 +12288"},
+      {{"close", 2, EIO}, "kvs", 10240, "unclosed open e9 3 +12288"},
       {{"stat64", 0, EIO}, "kvs", 16384, "resize <-1 >0 ok 4096/4294967294"}};
   // clang-format on
   const TempDir dir(place_for_files());
