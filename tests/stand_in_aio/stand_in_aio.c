@@ -11,15 +11,22 @@
 struct stand_in_aio stand_in_aio;
 static struct iocb *waiting[4096];
 
-static int next(struct stand_in_answers *answers, int otherwise) {
+/* Failures that the test executable armed, when it lets us see them. */
+extern long fault_answer(const char *call, long otherwise) __attribute__((weak));
+extern int fault_watch(int on) __attribute__((weak));
+
+static int next(const char *call, struct stand_in_answers *answers, int otherwise) {
+  if (fault_answer) otherwise = (int)fault_answer(call, otherwise);
   return answers->used < answers->count ? answers->values[answers->used++] : otherwise;
 }
 
 static long transfer(const struct iocb *block) {
   const struct io_iocb_common *const to = &block->u.c;
+  const int watching = fault_watch ? fault_watch(0) : 0; /* the kernel's call, not the layer's */
   const ssize_t moved = block->aio_lio_opcode == IO_CMD_PREAD
                             ? pread64(block->aio_fildes, to->buf, to->nbytes, to->offset)
                             : pwrite64(block->aio_fildes, to->buf, to->nbytes, to->offset);
+  if (fault_watch) fault_watch(watching);
   return moved < 0 ? -errno : (long)moved;
 }
 
@@ -28,7 +35,7 @@ static struct io_event complete_one(void) {
   const int at = stand_in_aio.shuffle ? rand_r(&stand_in_aio.shuffle) % count : 0;
   struct iocb *const block = waiting[at];
   memmove(waiting + at, waiting + at + 1, (size_t)(count - at - 1) * sizeof *waiting);
-  const int result = next(&stand_in_aio.results, STAND_IN_TRANSFER);
+  const int result = next("completion", &stand_in_aio.results, STAND_IN_TRANSFER);
   const int scripted = result != STAND_IN_TRANSFER && result != STAND_IN_STRAY;
   return (struct io_event){.data = result == STAND_IN_STRAY ? NULL : block->data,
                            .obj = block,
@@ -36,12 +43,13 @@ static struct io_event complete_one(void) {
 }
 
 int io_queue_init(int events, io_context_t *context) {
+  static struct stand_in_answers none;
   *context = (io_context_t)&stand_in_aio;
-  return events == 1024 ? 0 : -EINVAL;
+  return events == 1024 ? next("io_queue_init", &none, 0) : -EINVAL;
 }
 
 int io_submit(io_context_t context, long count, struct iocb *blocks[]) {
-  const int answer = next(&stand_in_aio.submissions, (int)count);
+  const int answer = next("io_submit", &stand_in_aio.submissions, (int)count);
   const int taken = answer < count ? answer : (int)count;
   for (int i = 0; i < taken; ++i) waiting[stand_in_aio.waiting++] = blocks[i];
   ++stand_in_aio.submit_calls;
@@ -50,7 +58,7 @@ int io_submit(io_context_t context, long count, struct iocb *blocks[]) {
 
 int io_getevents(io_context_t context, long least, long most, struct io_event *events,
                  struct timespec *timeout) {
-  const int answer = next(&stand_in_aio.reapings, (int)most);
+  const int answer = next("io_getevents", &stand_in_aio.reapings, (int)most);
   ++stand_in_aio.reap_calls;
   stand_in_aio.timeout = timeout ? *timeout : (struct timespec){.tv_sec = -1};
   if (answer < 0 || !context || least != 1) return answer < 0 ? answer : -EINVAL;

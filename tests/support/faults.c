@@ -109,6 +109,17 @@ static const struct fault *due(const char *call) {
   return met;
 }
 int fault_meets(const char *call) { return due(call) != NULL; }
+long fault_answer(const char *call, long otherwise) {
+  const struct fault *const met = due(call);
+  if (!met) return otherwise;
+  return met->result == FAULT_FAILS ? -met->error : met->result;
+}
+
+int fault_watch(int on) {
+  const int before = armed.watching;
+  armed.watching = on;
+  return before;
+}
 
 static const char *redirected(const char *name) {
   int i = 0;
@@ -131,6 +142,12 @@ static int answered(int (*real)(int, unsigned long, ...), int fd, unsigned long 
   int result = 0;
   if (armed.ioctl_answer && armed.ioctl_answer(fd, request, argument, &result)) return result;
   return real(fd, request, argument);
+}
+
+/* A read that comes up short has read something all the same. */
+static ssize_t blank(void *buffer, long result) {
+  if (result > 0) memset(buffer, ' ', (size_t)result);
+  return result;
 }
 
 static int closed(int (*real)(int), int fd, int result) {
@@ -173,7 +190,7 @@ FORWARD2(int, ftruncate64, int, off64_t) FORWARD2(int, access, const char *, int
 FORWARD2(int, mkdir, const char *, mode_t)
 FORWARD2(int, getrlimit64, __rlimit_resource_t, struct rlimit64 *)
 FORWARD2(int, setrlimit64, __rlimit_resource_t, const struct rlimit64 *)
-FORWARD3(off64_t, lseek64, int, off64_t, int) FORWARD3(ssize_t, read, int, void *, size_t)
+FORWARD3(off64_t, lseek64, int, off64_t, int) REPLACE(ssize_t, read, (int a, void *b, size_t c), blank(b, fault->result), real(a, b, c))
 FORWARD3(ssize_t, write, int, const void *, size_t)
 FORWARD3(ssize_t, readv, int, const struct iovec *, int)
 FORWARD3(ssize_t, writev, int, const struct iovec *, int)
@@ -182,7 +199,7 @@ FORWARD3(int, sigaction, int, const struct sigaction *, struct sigaction *)
 FORWARD4(int, faccessat, int, const char *, int, int)
 FORWARD4(int, fstatat64, int, const char *, struct stat64 *, int)
 FORWARD4(ssize_t, readlinkat, int, const char *, char *, size_t)
-FORWARD4(ssize_t, pread64, int, void *, size_t, off64_t)
+REPLACE(ssize_t, pread64, (int a, void *b, size_t c, off64_t d), blank(b, fault->result), real(a, b, c, d))
 FORWARD4(ssize_t, pwrite64, int, const void *, size_t, off64_t)
 FORWARD4(struct mntent *, getmntent_r, FILE *restrict, struct mntent *restrict, char *restrict, int)
 FORWARD(int, glob64, (const char *restrict a, int b, int (*c)(const char *, int), glob64_t *restrict d),
@@ -238,34 +255,44 @@ ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size
   return readlinkat(folder, name, target, size < room ? size : room);
 }
 
-/* The allocator behind: the sanitizer's, else the next one, so that valgrind's takes its place.
- * Looking that up could allocate; the C library's own serves then. */
-#define ALLOCATOR(type, name, parameters, arguments)                 \
+/* The allocator behind: the sanitizer's, else the next one, so that valgrind's takes its place. All
+ * of it is looked up at the first allocation, as later the C library may be in the midst of
+ * something; what that look-up allocates itself comes from the C library's own. */
+#define ALLOCATOR(type, name, parameters)                            \
   extern type __interceptor_##name parameters __attribute__((weak)); \
   extern type __libc_##name parameters;                              \
-  static type real_##name parameters {                               \
-    static type(*real) parameters;                                   \
-    static int looking;                                              \
-    if (!real && __interceptor_##name) real = __interceptor_##name;  \
-    if (!real && !looking) {                                         \
-      looking = 1;                                                   \
-      *(void **)&real = dlsym(RTLD_NEXT, #name);                     \
-      looking = 0;                                                   \
-    }                                                                \
-    return real ? real arguments : __libc_##name arguments;          \
-  }
-ALLOCATOR(void *, malloc, (size_t size), (size))
-ALLOCATOR(void *, calloc, (size_t count, size_t size), (count, size))
-ALLOCATOR(void *, realloc, (void *old, size_t size), (old, size))
-ALLOCATOR(void *, memalign, (size_t alignment, size_t size), (alignment, size))
-ALLOCATOR(void, free, (void *memory), (memory))
+  static type(*real_##name) parameters = __libc_##name;
+ALLOCATOR(void *, malloc, (size_t size))
+ALLOCATOR(void *, calloc, (size_t count, size_t size))
+ALLOCATOR(void *, realloc, (void *old, size_t size))
+ALLOCATOR(void *, memalign, (size_t alignment, size_t size))
+ALLOCATOR(void, free, (void *memory))
+
+#define LOOK_UP(name)                   \
+  if (__interceptor_##name)             \
+    real_##name = __interceptor_##name; \
+  else                                  \
+    *(void **)&real_##name = dlsym(RTLD_NEXT, #name);
+static void look_up_allocator(void) {
+  static int looked_up;
+  if (looked_up++) return;
+  LOOK_UP(malloc)
+  LOOK_UP(calloc)
+  LOOK_UP(realloc)
+  LOOK_UP(memalign)
+  LOOK_UP(free)
+}
 
 static void *counted(void *memory) {
   if (memory) ++live_allocations;
   return memory;
 }
-void *malloc(size_t size) { return due("malloc") ? NULL : counted(real_malloc(size)); }
+void *malloc(size_t size) {
+  look_up_allocator();
+  return due("malloc") ? NULL : counted(real_malloc(size));
+}
 void *calloc(size_t count, size_t size) {
+  look_up_allocator();
   return due("malloc") ? NULL : counted(real_calloc(count, size));
 }
 void *aligned_alloc(size_t alignment, size_t size) {

@@ -42,8 +42,13 @@ void fault_time_of_day(long seconds, long microseconds);
 typedef int (*fault_ioctl)(int fd, unsigned long request, void *argument, int *result);
 void fault_answer_ioctl(fault_ioctl answer);
 
-/* Whether a call of this name, made by a stand-in, is to fail now, with errno set. */
+/* For stand-ins: whether a call of this name is to fail now, with errno set; and what it answers
+ * then (a negated errno, or the armed result when it is not FAULT_FAILS), else `otherwise`. */
 int fault_meets(const char *call);
+long fault_answer(const char *call, long otherwise);
+
+/* Whether calls are counted and may fail; on after a reset. What it was. */
+int fault_watch(int on);
 
 /* How often the named function was called since the last reset, armed or not, and how often a call
  * was made to fail. */

@@ -26,7 +26,9 @@ struct World {
   Fib fib;
   Iov iov;
   slerc se{};
-  World() { fib->lblksiz_skgfrfib = 512, client() = Client{}, fault_reset(); }
+  explicit World(bool initialised = true) : ctx(&client_table, initialised) {
+    fib->lblksiz_skgfrfib = 512, client() = Client{}, fault_reset();
+  }
 };
 
 /// Its result is what it returns or, where it returns nothing, something that it leaves behind.

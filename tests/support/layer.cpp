@@ -9,12 +9,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 
 namespace support {
 
 namespace {
 
 size_t remember(skgcbctx *, const char *format, ...) {
+  if (!client().listens) return 0;
   char line[1024];
   va_list arguments;
   va_start(arguments, format);
@@ -26,7 +28,7 @@ size_t remember(skgcbctx *, const char *format, ...) {
 
 boolean answer(skgcbctx *, const text *name, uword *, void *pval, text **pstr, const text *defstr,
                const size_t defval) {
-  const std::string key = reinterpret_cast<const char *>(name);
+  const std::string_view key = reinterpret_cast<const char *>(name);  // allocates nothing
   if (key == "filesystemio_options" && !client().io_options.empty()) {
     *pstr = txt(client().io_options);
     *static_cast<uword *>(pval) = static_cast<uword>(client().io_options.size());
@@ -61,7 +63,8 @@ const skgcb client_table = {remember, remember,  nullptr,          answer,  null
                             nullptr,  nullptr,   nullptr,          nullptr, nullptr,
                             nullptr,  sum_words, wants_old_layout, nullptr};
 
-Context::Context(const skgcb *table) {
+Context::Context(const skgcb *table, bool initialise) : ctx_{} {
+  if (!initialise) return;
   skgfrwcx wait;
   skgfrpini(&se, &ctx_, &wait, table, nullptr);
   if (se.slercoer == 0) skgfrsini(&se, &ctx_, &wait, table, nullptr);

@@ -43,6 +43,7 @@ struct Client {
   std::vector<std::pair<std::string, uword>> numbers;  // parameters it knows
   std::string io_options;                              // "filesystemio_options"; empty: not known
   bool old_layout = false;
+  bool listens = true;             // to alerts and traces
   std::vector<std::string> lines;  // alerts and traces as they came
 };
 
@@ -50,10 +51,11 @@ struct Client {
 Client &client();
 extern const skgcb client_table;
 
-/// An initialised context for the client above; its kernel context goes with it.
+/// A context for the client above, initialised unless that is to come; its kernel context goes with
+/// it.
 class Context {
  public:
-  explicit Context(const skgcb *table = &client_table);
+  explicit Context(const skgcb *table = &client_table, bool initialise = true);
   ~Context();
   Context(Context &&) = delete;
   skgfrctx *operator->() { return &ctx_; }

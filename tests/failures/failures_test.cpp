@@ -1,0 +1,178 @@
+// Makes every call of every operation fail, one at a time, and holds the outcome against the tables.
+//
+// An operation runs once to learn its calls, which must be those of its table, and then once for
+// each error of each call, each time in a process of its own that is as new as the first.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <regex>
+#include <sstream>
+
+#include "tests/failures/scene.hpp"
+#include "tests/failures/table.hpp"
+
+using namespace support;
+
+namespace {
+
+/// One run: what differs from the usual scene, and the call that fails.
+struct Trial {
+  std::string change{};
+  std::string call{};
+  int skip = 0;
+  Injection injection{0, 0};
+};
+
+/// What a run reports about itself.
+struct Report {
+  eword code = -1;
+  int error = 0;
+  ub4 words[3]{};
+  std::vector<std::string> calls{};
+  std::string what{};
+};
+
+bool gives_null(const std::string &call) {
+  return std::regex_match(call, std::regex("malloc|strdup|dlopen|opendir|readdir64|strerror|"
+                                           "canonicalize_file_name|setmntent|getmntent_r"));
+}
+
+/// The body of the process that makes the run.
+void report(const Section &section, const Trial &trial, int to) {
+  std::ostringstream out;
+  {
+    Scene scene(section.scene.rfind(new_process, 0) != 0);
+    scene.injected = trial.injection.error;
+    std::istringstream steps(std::regex_replace(section.scene, std::regex("\\+"), " ") + " " +
+                             trial.change);
+    for (std::string step; steps >> step;) preparations.at(step)(scene);
+    if (scene.absent) _exit(9);
+    const long result =
+        trial.injection.result < 0 && gives_null(trial.call) ? FAULT_NULL : trial.injection.result;
+    if (!trial.call.empty()) {
+      fault_arm(trial.call.c_str(), trial.skip, 1, trial.injection.error, result);
+    }
+    scene.se = dirty();
+    std::string what = operations.at(section.operation)(scene);
+    if (scene.opened)
+      what += " fd" + std::string(scene.opened > 0 ? "+" : "") + std::to_string(scene.opened);
+    if (scene.allocated)
+      what +=
+          " mem" + std::string(scene.allocated > 0 ? "+" : "") + std::to_string(scene.allocated);
+    const slerc &se = scene.se;
+    out << se.slercoer << ' ' << se.slercerrno;
+    for (const ub4 word : se.slercose) out << ' ' << word;
+    for (int i = 0; fault_trace(i); ++i) out << ' ' << fault_trace(i);
+    out << " end\n" << what;
+    fault_reset();
+  }
+  const std::string all = out.str();
+  _exit(write(to, all.data(), all.size()) == static_cast<ssize_t>(all.size()) ? 0 : 8);
+}
+
+/// False when the scene cannot be had here.
+bool run(const Section &section, const Trial &trial, Report &found) {
+  int ends[2];
+  if (pipe(ends) != 0) std::abort();
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) report(section, trial, ends[1]);
+  close(ends[1]);
+  std::string all;
+  char piece[512];
+  for (ssize_t got; (got = read(ends[0], piece, sizeof piece)) > 0;) {
+    all.append(piece, static_cast<size_t>(got));
+  }
+  close(ends[0]);
+  int status = -1;
+  waitpid(child, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 9) return false;
+  EXPECT_EQ(status, 0);
+  std::istringstream in(all);
+  in >> found.code >> found.error >> found.words[0] >> found.words[1] >> found.words[2];
+  for (std::string call; in >> call && call != "end";) found.calls.push_back(call);
+  std::getline(in >> std::ws, found.what, '\0');
+  return true;
+}
+
+ub4 number_of(const std::string &word, int injected) {
+  if (word == "errno") return static_cast<ub4>(injected);
+  if (word == "handler") return static_cast<ub4>(reinterpret_cast<uintptr_t>(count_signal));
+  return static_cast<ub4>(std::atoll(word.c_str()));
+}
+
+/// Holds a report against the outcome of its row.
+void expect(const Section &section, const Outcome &wanted, int injected, const Report &found) {
+  if (wanted.goes_on && &wanted != &section.unharmed && section.unharmed.code) {
+    return expect(section, section.unharmed, injected, found);
+  }
+  const std::string &fallback = wanted.goes_on ? section.done : section.failed;
+  const bool by_chance = wanted.what == "*" && found.what.find(" fd") == std::string::npos &&
+                         found.what.find(" mem") == std::string::npos;
+  if (!by_chance) {
+    EXPECT_EQ(found.what, wanted.what.empty() ? fallback : wanted.what);
+  }
+  EXPECT_EQ(found.code, wanted.code);
+  if (wanted.code == 0 || section.code_only) return;
+  EXPECT_EQ(found.error, wanted.error < 0 ? injected : wanted.error) << "errno";
+  for (size_t i = 0; i < 3; ++i) {
+    const std::string word = i < wanted.words.size() ? wanted.words[i] : "0";
+    EXPECT_EQ(found.words[i], number_of(word, injected)) << "word " << i;
+  }
+}
+
+class Failures : public LayerTest, public testing::WithParamInterface<const Section *> {};
+
+std::vector<std::string> in_order(const Section &section, std::vector<std::string> calls) {
+  if (section.any_order) std::sort(calls.begin(), calls.end());
+  return calls;
+}
+
+TEST_P(Failures, AreAsTheTableSays) {
+  const Section *const section = GetParam();
+  Report clean;
+  if (!run(*section, {}, clean)) GTEST_SKIP() << "the scene cannot be had here";
+  std::vector<std::string> listed;
+  for (const Row &row : section->calls) listed.push_back(row.call);
+  ASSERT_EQ(in_order(*section, clean.calls), in_order(*section, listed)) << clean.what;
+  expect(*section, section->unharmed, 0, clean);
+
+  std::map<std::string, int> seen;
+  int runs = 1;
+  for (const Row &row : section->calls) {
+    const int skip = seen[row.call]++;
+    std::vector<std::string> errors = tables().errors.at(row.call);
+    for (const auto &[error, outcome] : row.by_error) {
+      if (std::find(errors.begin(), errors.end(), error) == errors.end()) errors.push_back(error);
+    }
+    for (const std::string &error : errors) {
+      SCOPED_TRACE(testing::Message() << row.place << ": " << row.call << " " << error);
+      Injection injection;
+      ASSERT_TRUE(parse_injection(error, injection));
+      const auto own = row.by_error.find(error);
+      Report found;
+      run(*section, {"", row.call, skip, injection}, found);
+      expect(*section, own == row.by_error.end() ? row.usual : own->second, injection.error, found);
+      ++runs;
+    }
+  }
+  for (const Row &row : section->refusals) {
+    SCOPED_TRACE(testing::Message() << row.place << ": when " << row.call);
+    Report found;
+    if (!run(*section, {row.call}, found)) continue;
+    expect(*section, row.usual, 0, found);
+    ++runs;
+  }
+  std::printf("%zu calls, %d runs\n", section->calls.size(), runs);
+}
+std::vector<const Section *> all_sections() {
+  std::vector<const Section *> all;
+  for (const Section &section : tables().sections) all.push_back(&section);
+  return all;
+}
+INSTANTIATE_TEST_SUITE_P(Every, Failures, testing::ValuesIn(all_sections()), [](const auto &row) {
+  return std::regex_replace(row.param->operation + "_on_" + row.param->scene, std::regex("\\W"),
+                            "_");
+});
+
+}  // namespace
