@@ -5,7 +5,7 @@
 #include <functional>
 #include <map>
 
-#include "tests/support/file_rows.hpp"
+#include "tests/support/world.hpp"
 
 namespace support {
 

@@ -144,8 +144,8 @@ void registered(Scene &s) {
   sslssreghdlr(&s.se, SIGUSR1, before & 0x100 ? count_signal : other, nullptr, before & 0xFF);
   s.request_flags = flags;
 }
-void signal_65(Scene &s) { s.blocks = 65; }
-void flag_32(Scene &s) { s.request_flags = 32; }
+void signal_65(Scene &s) { s.blocks = 65, s.request_flags = 32; }
+void flag_32(Scene &s) { s.type = {}, s.request_flags = 32; }
 void no_handler(Scene &s) { s.type = {}; }
 /// The loader keeps a little of a library when it lets it go for the first time.
 void other_library(Scene &) {
@@ -182,7 +182,10 @@ void cut(Scene &s) { put(s.name, "short"); }
 void blank(Scene &s) { put(s.name, std::string(1024, '\0')); }
 void fifo(Scene &s) { mkfifo((s.name = s.dir.path("fifo")).c_str(), 0600); }
 void byte_short(Scene &s) { s.ctx->limfsiz_skgfrctx = 1023; }
-void no_block(Scene &s) { s.ctx->limfsiz_skgfrctx = 511; }
+void no_block(Scene &s) { s.ctx->limfsiz_skgfrctx = 511, s.blocks = unknown; }
+void without_end(Scene &s) {
+  s.ctx->limfsiz_skgfrctx = 1 << 30, s.blocks = unknown, s.fib->flags_skgfrfib = skgfrbNOHEADER;
+}
 void no_file_seal(Scene &s) { priv(s.fib)->seal_skgfrsfib = 77; }
 void no_handle_seal(Scene &s) { priv(s.iov)->seal_skgfrsiov = 77; }
 void forced(Scene &s) { s.fib->serr_skgfrfib = 1; }
@@ -239,7 +242,7 @@ const std::map<std::string, Prepare> preparations = {
     {"submitting_a_read", requesting<skgfqioASYNC | skgfqioREAD>},
     {"submitting_a_write", requesting<skgfqioASYNC>}, {"too_far", too_far},
     {"too_long", name_of<513>}, {"tree", tree}, {"unset", unset}, {"unsized", unsized},
-    {"without_input", without_input}, {"write_only", write_only}, {"writing", requesting<0>},
+    {"without_end", without_end}, {"without_input", without_input}, {"write_only", write_only}, {"writing", requesting<0>},
     {"writing_a_vector", requesting<skgfqioVECTOR>}};
 // clang-format on
 

@@ -4,7 +4,7 @@
 
 #include <numeric>
 
-#include "tests/support/file_rows.hpp"
+#include "tests/support/world.hpp"
 
 namespace {
 using namespace support;
@@ -139,29 +139,7 @@ void open_2048(World &w) {
   chmod(w.name.c_str(), 0600), identify(w);
   skgfofi(&w.se, w.ctx, w.fib, w.iov, 0, skgfofiWRITE);
 }
-void not_open(World &w) { skgfcfi(&w.se, w.ctx, w.iov); }
 void stamped_4096(World &w) { put(w.name, large); }
-void invalid(World &w) { put(w.name, patched(current, 20, 1000)); }
-void cut(World &w) { put(w.name, current.substr(0, 511)); }
-
-TEST_F(Block0Test, TellsEveryFailureApart) {
-  const ub8 unknown = ~size_t{0}, moved = 0xFFFFFFFF;
-  // clang-format off
-  expect_failures(open_2048, {
-    {upgrade, moved, {
-      {27050, 0, {2, 0}, {}, not_open}, {27044, ENOMEM, {9}, {"malloc"}, nothing, 4},
-      {27044, EINVAL, {9}, {}, block_size_of<0>, 4}, {27043, EIO, {6}, {"lseek64"}},
-      {27043, 0, {6}, {"lseek64", 0, 512}}, {27044, EIO, {10}, {"write"}},
-      {27044, 0, {10}, {"write", 0, 100}}}}});
-  expect_failures(stamped_4096, {
-    {block1, unknown, {
-      {27036, 0, {7345, 7}, {}, climbing}, {27037, ENOENT, {14}, {}, missing},
-      {27037, EACCES, {14}, {"stat64"}}, {27041, EMFILE, {8}, {"open64"}},
-      {27043, EINVAL, {3}, {"lseek64"}}, {27047, EIO, {5}, {"read"}}, {27047, 0, {5}, {}, cut},
-      {27047, 0, {6}, {}, invalid}, {27045, EIO, {7}, {"close"}}}}});
-  // clang-format on
-}
-
 TEST_F(Block0Test, IsRewrittenInPlaceAndTellsWhereBlock1Is) {
   World w;
   open_2048(w);

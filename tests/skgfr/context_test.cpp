@@ -58,28 +58,6 @@ TEST_F(ContextTest, FirstInitialisation) {
   });
 }
 
-TEST_F(ContextTest, FirstInitialisationWhenTheSystemRefuses) {
-  const tuple<const char *, int, int, long, Expected, ub4, ub4> rows[] = {
-      {"getrlimit64", 0, 1, FAULT_FAILS, {27078, EPERM, {1}}, 0x000, 0},
-      {"getrlimit64", 1, 1, FAULT_FAILS, {27032, EPERM, {1}}, 0x100, 0},
-      {"sigaction", 0, 1, FAULT_FAILS, {27048}, 0x103, 1024},
-      {"sigaction", 1, 1, FAULT_FAILS, {27049, EPERM, {1}}, 0x103, 1024},
-      {"sigaction", 2, 1, FAULT_FAILS, {27049, EPERM, {2}}, 0x103, 1024},
-      {"dlopen", 0, 2, FAULT_NULL, {0}, 0x100, 0}};
-  for (const auto &row : rows) {
-    SCOPED_TRACE(&row - rows);
-    alone([&] {
-      const auto &[call, skip, times, result, expected, flags, most] = row;
-      client().numbers = {{"_enable_list_io", 1}};
-      fault_arm(call, skip, times, EPERM, result);
-      Context ctx;
-      EXPECT_TRUE(is(ctx.se, expected) && ctx->flags_skgfrctx == flags);
-      EXPECT_TRUE(ctx->maxaio_skgfrctx == most && (result || ctx->maxlio_skgfrctx == 0));
-      EXPECT_TRUE(most || (!ctx->ioctx_skgfrctx && !skgfr_aiosupported(ctx, 0)));
-    });
-  }
-}
-
 TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
   const char *const cluster = "cluster_database", *const check = "_check_block_after_checksum";
   if (!kernel_has_room()) GTEST_SKIP() << "no room for another kernel context";

@@ -1,7 +1,7 @@
 // Creation, resize and recomputation: what is on disk and in the record afterwards.
 #include <filesystem>
 
-#include "tests/support/file_rows.hpp"
+#include "tests/support/world.hpp"
 
 using namespace support;
 
@@ -25,57 +25,13 @@ ub8 create(World &w) {
 ub8 last_block(const World &w) { return priv(w.fib)->lastblk_skgfrsfib; }
 ub8 resize(World &w) { return skgfrsz(&w.se, w.ctx, w.fib, w.blocks), last_block(w); }
 ub8 recompute(World &w) { return skgfrfb(&w.se, w.ctx, w.fib), last_block(w); }
-ub8 force_failures(World &w) { return skgfrser(&w.se, w.ctx, w.fib, 2), w.fib->serr_skgfrfib; }
 
 void make_folders(World &w) { w.name = w.dir.path("a/b/file"), w.flags = skgfrcreMKDIRS; }
-void lose_seal(World &w) { priv(w.fib)->seal_skgfrsfib = 77; }
-void byte_short(World &w) { w.ctx->limfsiz_skgfrctx = 1023; }
-void no_block(World &w) { w.ctx->limfsiz_skgfrctx = 511, w.blocks = unknown; }
-void old_layout(World &) { client().old_layout = true; }
 void direct(World &w) { w.ctx->flags_skgfrctx |= skgfrcDIRECT; }
-void device(World &w) { w.name = "/dev/zero"; }
-void existing(World &w) { w.dir.file("file", 100); }
-void no_folder(World &w) { w.name = w.dir.path("a/file"); }
-void endless(World &w) {
-  w.ctx->limfsiz_skgfrctx = 1 << 30, w.blocks = unknown, w.fib->flags_skgfrfib = skgfrbNOHEADER;
-}
-void cut(World &w) { w.dir.file("file", 1000); }
 template <bool known>
 void identified_device(World &w) {
   w.name = known ? "/dev/null" : "/dev/zero", w.blocks = 1 << 25;
   identify(w);
-}
-
-TEST_F(Create, TellsEveryFailureApart) {
-  // clang-format off
-  expect_failures(nothing, {
-    {create, false, {
-      {27035, 0, {0, 1}, {}, block_size_of<0>}, {27035, 0, {1000, 1}, {}, block_size_of<1000>},
-      {27035, 0, {16896, 1}, {}, block_size_of<16896>}, {27036, 0, {7345, 1}, {}, climbing},
-      {27037, EACCES, {1}, {"stat64"}}, {27038, 0, {1}, {}, existing, true},
-      {27044, ENOMEM, {1}, {"malloc"}}, {27039, 0, {3}, {}, byte_short},
-      {27039, 0, {3}, {}, no_block}, {27054, EROFS, {}, {"mkdir", 1}, make_folders},
-      {27038, EEXIST, {2}, {"open64"}}, {27040, ENOENT, {}, {}, no_folder},
-      {27040, EINVAL, {}, {"open64", 1}, direct}, {27037, EIO, {2}, {"fstat64"}},
-      {27041, EBUSY, {1}, {"open64"}, device, true}, {27042, 0, {1}, {}, device, true},
-      {27043, EIO, {1}, {"lseek64"}}, {27044, ENOMEM, {2}, {"malloc", 1}, old_layout},
-      {27044, ENOSPC, {3}, {"write"}}, {27044, 0, {3}, {"write", 0, 100}},
-      {27044, EFBIG, {4}, {"ftruncate64"}}, {27045, EIO, {1}, {"close"}, nothing, true}}}});
-  expect_failures(identified, {
-    {resize, 2, {
-      {27050, 0, {7, 77}, {}, lose_seal}, {27035, 0, {0, 3}, {}, block_size_of<0>},
-      {27037, EACCES, {9}, {"stat64"}}, {27046, 0, {2}, {}, cut}, {27039, 0, {4}, {}, byte_short},
-      {27039, 0, {4}, {}, no_block}, {27039, 0, {4}, {}, endless}, {27041, EROFS, {4}, {"open64"}},
-      {27044, ENOMEM, {5}, {"malloc"}}, {27043, EIO, {4}, {"lseek64"}},
-      {27044, ENOMEM, {6}, {"malloc", 1}, old_layout}, {27044, ENOSPC, {7}, {"write"}},
-      {27059, EFBIG, {2}, {"ftruncate64"}}, {27042, 0, {2}, {}, identified_device<false>, 0},
-      {27045, EIO, {4}, {"close"}}, {27042, 0, {3}, {}, identified_device<true>, 0}}},
-    {recompute, 2, {
-      {27050, 0, {8, 77}, {}, lose_seal}, {27035, 0, {0, 4}, {}, block_size_of<0>},
-      {27037, EACCES, {10}, {"stat64"}}, {27046, 0, {3}, {}, cut}, {27041, EACCES, {5}, {"open64"}},
-      {27045, EIO, {5}, {"close"}}}},
-    {force_failures, 0, {{27050, 0, {9, 77}, {}, lose_seal}}}});
-  // clang-format on
 }
 
 int permissions(const World &w, const char *name) {

@@ -3,7 +3,7 @@
 #include <sys/sysmacros.h>
 
 #include "skgfr/files/device_size.hpp"
-#include "tests/support/file_rows.hpp"
+#include "tests/support/world.hpp"
 
 using namespace support;
 

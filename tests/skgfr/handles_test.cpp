@@ -1,6 +1,6 @@
 // Handles: opening, closing, locks, flushes; and deletion by name.
-#include "tests/support/file_rows.hpp"
 #include "tests/support/own_process.hpp"
+#include "tests/support/world.hpp"
 
 using namespace support;
 
@@ -28,57 +28,11 @@ void opened(World &w) {
   w.flags = skgfofiWRITE;
   open_file(w);
 }
-void sealed_wrongly(World &w) { priv(w.fib)->seal_skgfrsfib = priv(w.iov)->seal_skgfrsiov = 77; }
 
-void forced(World &w) { w.fib->serr_skgfrfib = 1; }
-void at_ceiling(World &w) { w.ctx->maxopen_skgfrctx = 1; }
-void large(World &w) { w.fib->filsiz_skgfrfib = 100, w.ctx->limfsiz_skgfrctx = 50 * 512 + 511; }
-void outstanding(World &w) { priv(w.iov)->aiopend_skgfrsiov = 2; }
-void unquestionable(World &) { fault_arm("fcntl", 2, 1, EDEADLK, FAULT_FAILS); }
-void write_only(World &w) {
-  const int fd = open(w.name.c_str(), O_WRONLY);
-  dup2(fd, priv(w.iov)->fd_skgfrsiov);
-  close(fd);
-}
-void folder(World &w) { w.name = w.dir.path(""); }
 void link_to_folder(World &w) {
   std::filesystem::create_directory_symlink(w.dir.path(""), w.name = w.dir.path("link"));
 }
 void new_folder(World &w) { std::filesystem::create_directory(w.name = w.dir.path("folder")); }
-
-TEST_F(Handles, TellEveryFailureApart) {
-  constexpr ub8 sealed = skgfrSEAL, copy = skgfrnMEMCPY, error = skgfrrERROR;
-  constexpr ub8 not_found = skgfrrNOTFOUND;
-  // clang-format off
-  expect_failures(sealed_wrongly, {
-    {open_file, 77, {{27050, 0, {1, 77}}}}, {close_file, 77, {{27050, 0, {2, 77}}}},
-    {flush, 77, {{27050, 0, {3, 77}}}}, {ask<skgfrqREADV>, copy, {{27050, 0, {6, 77}}}},
-    {lock, 77, {{27050, 0, {11, 77}}}}, {unlock, 77, {{27050, 0, {12, 77}}}}});
-  expect_failures(opened, {
-    {open_file, sealed, {
-      {27051, 0, {1}, {}, forced}, {27077, 0, {}, {}, at_ceiling}, {27092, 0, {50, 101}, {}, large},
-      {27045, EIO, {3}, {"close"}}, {27041, EACCES, {3}, {"open64"}, nothing, 0},
-      {27060, EBADF, {}, {"fcntl"}, nothing, 0}}},
-    {close_file, sealed, {
-      {27073, 0, {2}, {}, outstanding, sealed + skgfrvPENDING},
-      {27052, EIO, {1}, {"fsync"}, nothing, 0}, {27045, EIO, {3}, {"close"}}}},
-    {lock, sealed, {
-      {27088, EBADF, {10}, {"fcntl"}}, {27086, EAGAIN, {10}, {"fcntl", 1}},
-      {27086, EAGAIN, {9, EDEADLK}, {"fcntl", 1}, unquestionable}}},
-    {erase, error, {
-      {27036, 0, {7345, 4}, {}, climbing}, {27037, ENOENT, {6}, {}, missing, not_found},
-      {27037, EACCES, {6}, {"stat64"}}, {27056, EPERM, {}, {"unlink"}},
-      {27056, ENOENT, {}, {"unlink"}, nothing, not_found}}},
-    {erase_folder, error, {
-      {27036, 0, {7345, 11}, {}, climbing}, {27037, ENOENT, {11}, {}, missing, not_found},
-      {27037, EACCES, {11}, {"stat64"}}, {27037, 0, {12}}, {27093, ENOTEMPTY, {}, {}, folder},
-      {27056, EISDIR, {}, {"readlink"}, folder}, {27056, EPERM, {}, {"unlink"}, link_to_folder}}},
-    {flush, sealed, {{27052, EIO, {2}, {"fsync"}}}}, {ask<skgfrqAREADV>, copy, {{27057}}},
-    {ask<skgfrqAWRITEV>, copy, {{27057}}}, {ask<5>, copy, {{27058}}},
-    {share, sealed, {{27087, 0, {9}, {}, write_only}}},
-    {unlock, sealed, {{27089, ENOLCK, {11}, {"fcntl"}}}}});
-  // clang-format on
-}
 
 TEST_F(Handles, RetryDevicesThatAnswerEio) {
   for (const int failures : {2, 5, 6}) {

@@ -1,8 +1,8 @@
 // Identification and the queries by name: sizes of every kind of file, headers, mount options.
 #include <sys/resource.h>
 
-#include "tests/support/file_rows.hpp"
 #include "tests/support/own_process.hpp"
+#include "tests/support/world.hpp"
 
 using namespace support;
 
@@ -17,46 +17,11 @@ ub8 raise_limit(World &w) { return skgfrofl(&w.se, w.ctx, 100); }
 const std::string header_of_8192 =
     block("000000000000C0FF00000000000000000000000000200000000000007D7C7B7A");
 
-void folder(World &w) { w.name = w.dir.path("."); }
-void fifo(World &w) { mkfifo((w.name = w.dir.path("fifo")).c_str(), 0600); }
-void endless(World &w) { w.name = "/dev/zero"; }
-void cut(World &w) { put(w.name, "short"), w.fib->lblksiz_skgfrfib = 0; }
-void stamped(World &w) { put(w.name, header_of_8192); }
 void nfs(World &) { fault_file_system(0x6969); }
 void nfs_mount(World &w) {
   nfs(w), w.name.clear();
   if (own_mount().empty()) GTEST_SKIP() << "no folder for files is a mount of its own";
   w.name = w.elsewhere.emplace(own_mount()).file("file", 512);
-}
-void nfs_root(World &w) {
-  nfs(w), w.name = file_on_root();
-  if (w.name.empty()) GTEST_SKIP() << "no known file is on the root's file system";
-}
-
-TEST_F(Identify, TellsEveryFailureApart) {
-  constexpr size_t no_size = ~size_t{0};
-  // clang-format off
-  expect_failures(identified, {
-    {identify, skgfrrERROR, {
-      {27035, 0, {16896, 2}, {"stat64"}, block_size_of<16896>}, {27036, 0, {7345, 2}, {}, climbing},
-      {27037, ENOENT, {3}, {}, missing, skgfrrNOTFOUND}, {27037, EACCES, {3}, {"stat64"}},
-      {27037, 0, {5}, {}, folder}, {27041, ENOENT, {2}, {"open64"}},
-      {27036, EIO, {12}, {"canonicalize_file_name", 0, FAULT_NULL}, nfs},
-      {27037, EACCES, {13}, {"stat64", 1}, nfs}, {27054, 0, {1}, {}, nfs_root},
-      {27054, EMFILE, {2}, {"setmntent"}, nfs_mount}, {27047, 0, {1}, {}, cut},
-      {27043, EIO, {2}, {"lseek64"}, block_size_of<0>}, {27045, EIO, {2}, {"close"}},
-      {27047, EIO, {1}, {"read"}, block_size_of<0>}, {27047, 0, {2}, {}, block_size_of<0>}}},
-    {file_size, ~ub8{0}, {
-      {27036, 0, {7345, 10}, {}, climbing}, {27037, ENOENT, {8}, {}, missing},
-      {27037, 0, {4}, {}, fifo}, {27041, EBUSY, {6}, {"open64"}, endless},
-      {27072, EIO, {1}, {}, endless}}},
-    {block_size, no_size, {
-      {27036, 0, {7345, 5}, {}, climbing}, {27037, ENOENT, {7}, {}, missing},
-      {27041, EACCES, {7}, {"open64"}}, {27043, EIO, {5}, {"lseek64"}}, {27047, EIO, {3}, {"read"}},
-      {27047, 0, {4}}, {27045, EIO, {6}, {"close"}, stamped, 8192}}},
-    {raise_limit, 0, {
-      {27074, EPERM, {}, {"getrlimit64"}}, {27076, EPERM, {}, {"setrlimit64"}}}}});
-  // clang-format on
 }
 
 TEST_F(Identify, SizesEveryKindOfFile) {

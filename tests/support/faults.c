@@ -199,7 +199,7 @@ FORWARD3(int, sigaction, int, const struct sigaction *, struct sigaction *)
 FORWARD4(int, faccessat, int, const char *, int, int)
 FORWARD4(int, fstatat64, int, const char *, struct stat64 *, int)
 FORWARD4(ssize_t, readlinkat, int, const char *, char *, size_t)
-REPLACE(ssize_t, pread64, (int a, void *b, size_t c, off64_t d), blank(b, fault->result), real(a, b, c, d))
+FORWARD4(ssize_t, pread64, int, void *, size_t, off64_t)
 FORWARD4(ssize_t, pwrite64, int, const void *, size_t, off64_t)
 FORWARD4(struct mntent *, getmntent_r, FILE *restrict, struct mntent *restrict, char *restrict, int)
 FORWARD(int, glob64, (const char *restrict a, int b, int (*c)(const char *, int), glob64_t *restrict d),

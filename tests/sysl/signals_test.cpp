@@ -41,29 +41,6 @@ static std::string raised(int signo) {
   return calls;
 }
 
-TEST_F(Signals, Refusals) {
-  const auto special = [](uintptr_t value) { return reinterpret_cast<sslsshdl>(value); };
-  const ub4 none = 99, word = static_cast<ub4>(reinterpret_cast<uintptr_t>(note));
-  // The flags of an earlier registration of note for a, if any; then the refused one.
-  // clang-format off
-  const std::tuple<ub4, sword, sslsshdl, char *, ub4, Expected> cases[] = {
-      {none, 0, note, a, 32, {21110, 0, {0, 64}}}, {none, 65, note, a, 0, {21110, 0, {65, 64}}},
-      {none, 28, special(0), a, 32, {21115}}, {none, 28, special(0), a, 0, {21111, 0, {28}}},
-      {none, 28, special(1), a, 0, {21111, 0, {28, 1}}}, {none, 9, note, a, 2, {21118, 0, {9}}},
-      {2, 28, note, a, 2, {21111, 0, {28, word}}}, {0, 28, note, a, 2, {21112, 0, {28, word}}},
-      {1, 28, note, a, 1, {21113, 0, {28, word}}}, {0, 28, note, a, 1, {21117, 0, {28, word}}},
-      {2, 9, note, b, 0, {21111, 0, {9, word}}}};
-  // clang-format on
-  each_in_own_process(cases, [&](const auto &row) {
-    const auto &[before, signo, handler, ctx, flags, expected] = row;
-    slerc se = dirty();
-    if (before != none) sslssreghdlr(&se, signo, note, a, before);
-    se = dirty();
-    EXPECT_TRUE(sslssreghdlr(&se, signo, handler, ctx, flags) == -1 && !is_blocked(28));
-    EXPECT_TRUE(is(se, expected));
-  });
-}
-
 TEST_F(Signals, CallOrderMaskAndStates) {
   in_own_process([] {
     ub4 flags = 5;

@@ -36,55 +36,6 @@ Outcome run_with(const Fault &fault, const std::string &type, const std::string 
 
 class Flow : public FlowTest {};
 
-TEST_F(Flow, ExhaustedMemory) {
-  const bool narrow = sizeof(void *) == 4;
-  const std::string context = std::to_string(sizeof(skgfrctx)) + "/4 for ctx";
-  for (const std::string type : {"vtg", "kvs"}) {
-    std::string found, all;
-    for (const std::string &record :
-         {context, context, std::string(narrow ? "36 for iov" : "40 for iov"),
-          std::string(narrow ? "588 for fib" : "616 for fib"),
-          std::string(narrow ? "112 for iostat" : "152 for iostat"),
-          std::string(type == "vtg" ? "16896 for block0" : "20480 for block0")}) {
-      all += "vdprep: Unable to allocate " + record + "\n";
-    }
-    // Compilers choose calloc for some; other allocations that fail do not end the run this way.
-    const TempDir dir(place_for_files());
-    for (int i = 0; i < 32; ++i) {
-      const int before = open_descriptors();
-      const std::string file = dir.file("f", 16384);
-      const Outcome got =
-          run_with({i % 2 ? "calloc" : "malloc", i / 2, ENOMEM, FAULT_NULL}, type, file);
-      EXPECT_EQ(open_descriptors(), before);
-      if (got.status != 3) continue;
-      found += got.output;
-      EXPECT_TRUE(contents(file) == std::string(16384, 'x'));
-    }
-    EXPECT_EQ(found, all);
-  }
-}
-
-TEST_F(Flow, FailingCalls) {
-  // clang-format off
-  const std::tuple<Fault, std::string, size_t, std::string> cases[] = {
-      {{"getrlimit64", 0, EPERM}, "vtg", 1024, "init e1 1"},
-      {{"getrlimit64", 1, EPERM}, "kvs", 1024, "init e1 1"},
-      {{"fcntl", 0, EIO}, "vtg", 1024, "open e5"},
-      {{"stat64", 2, ENOENT}, "vtg", 1024, "gone 512/1"},
-      {{"pwrite64", 0, 0, 100}, "vtg", 1024, "write 4 1 100"},
-      {{"close", 1, EIO}, "vtg", 1024, "close e5 3 512/1"},
-      {{"stat64", 1, EACCES}, "kvs", 10240, "early4 e13 3"},
-      {{"ftruncate64", 0, EFBIG}, "kvs", 10240, "resize <10240 >12288 ident5 1"},
-      {{"close", 2, EIO}, "kvs", 10240, "unclosed open e9 3 +12288"},
-      {{"stat64", 0, EIO}, "kvs", 16384, "resize <-1 >0 ok 4096/4294967294"}};
-  // clang-format on
-  const TempDir dir(place_for_files());
-  for (const auto &[fault, type, size, plan] : cases) {
-    const std::string name = dir.file("f", size);
-    expect(plan, name, run_with(fault, type, name), std::string(size, 'x'), name);
-  }
-}
-
 /// What follows a line's stamp, which must be a time since `from`.
 std::string unstamped(const std::string &line, time_t from) {
   tm local{};

@@ -1,5 +1,5 @@
-// What tables about files name: operations on a world of their own, changes to it, and the driver
-// of failure tables.
+// What tests of files share: a world of its own for each case, and an operation held against what it
+// is to come to.
 #pragma once
 
 #include <cstring>
@@ -56,9 +56,6 @@ inline std::string block(const char *hex, size_t size = 512) {
   return bytes;
 }
 
-inline void nothing(World &) {}
-inline void climbing(World &w) { w.name = "/tmp/../tmp/file"; }
-inline void missing(World &w) { w.name += "2"; }
 inline void identified(World &w) { w.dir.file("file", 1024), identify(w); }
 template <size_t size>
 void block_size_of(World &w) {
@@ -80,51 +77,6 @@ inline testing::AssertionResult gives(World &w, Operation operation, ub8 result,
   const testing::AssertionResult recorded = is(w.se, expected);
   if (found == result || !recorded) return recorded;
   return testing::AssertionFailure() << "result " << found << " instead of " << result;
-}
-
-/// A call that fails once, after `skip` calls that pass, with the error that the record is to hold.
-struct Fault {
-  const char *call = "";
-  int skip = 0;
-  long result = FAULT_FAILS;
-};
-struct FailureRow {
-  eword code;
-  int error = 0;
-  ub4 words[3] = {0, 0, 0};
-  Fault fault{};
-  Change change = nothing;      // what is different for this row; no name: it cannot be had here
-  std::optional<ub8> result{};  // of the operation, when it is not the usual one
-};
-struct Failures {
-  Operation operation;
-  ub8 usual_result;
-  std::vector<FailureRow> rows;
-};
-
-/// Runs each row in a world that `before` prepared. Nothing may stay open.
-inline void expect_failures(Change before, const std::vector<Failures> &operations) {
-  for (const auto &[operation, usual_result, rows] : operations) {
-    for (const auto &[code, error, words, fault, change, result] : rows) {
-      SCOPED_TRACE(testing::Message() << code << " (" << words[0] << ")");
-      World w;
-      const int open = open_descriptors();
-      before(w);
-      change(w);
-      if (w.name.empty()) continue;
-      fault_arm(fault.call, fault.skip, 1, error, fault.result);
-      const Expected expected{code, error, {words[0], words[1], words[2]}};
-      EXPECT_TRUE(gives(w, operation, result.value_or(usual_result), expected));
-      fault_reset();
-
-      const bool held = priv(w.iov)->seal_skgfrsiov == skgfrSEAL;
-      priv(w.iov)->aiopend_skgfrsiov = 0;
-      if (held) skgfcfi(&w.se, w.ctx, w.iov);
-      const bool unclosed = held && fault.call == std::string("close");  // the system closed it
-      EXPECT_EQ(w.ctx->curopen_skgfrctx, unclosed);
-      EXPECT_EQ(open_descriptors(), open);
-    }
-  }
 }
 
 }  // namespace support
