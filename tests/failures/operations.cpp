@@ -261,10 +261,11 @@ string replaced(string line, const string &what, const string &with) {
 
 /// The tool's status and what it prints, on one line, without what differs from run to run and from
 /// machine to machine; and the file.
-string run_tool(Scene &s, const char *type) {
+string run_tool(Scene &s, const string &type) {
+  const string program = "vdprep";
   const string error = std::to_string(s.injected) + ": " + std::strerror(s.injected);
   const string sizes = std::to_string(sizeof(skgfrctx)) + "/4";
-  text *arguments[] = {txt("vdprep"), txt(type), name(s)};
+  text *arguments[] = {txt(program), txt(type), name(s)};
   testing::internal::CaptureStdout();
   const int status = s.during([&] {
     const int result = vdprep_main(3, arguments);
