@@ -130,6 +130,10 @@ string initialise(Scene &s) {
          word(ub8(ctx->sigwinchslot_skgfrctx)) + ", asynchronous " +
          word(ub8{ctx->maxaio_skgfrctx});
 }
+string post(Scene &s) {
+  skgfrwcx self{getpid()};
+  return s.during([&] { return skgfrpst(&s.se, s.ctx, &self, 0), 0; }), "told";
+}
 string supports(Scene &s) {
   const int fd = priv(s.iov)->fd_skgfrsiov;
   s.se = {};
@@ -337,6 +341,7 @@ const std::map<string, Run> operations = {{"skgfifi", identify_file},
                                           {"skgfrupd_blk0_v10", upgrade},
                                           {"skgfrpini", initialise},
                                           {"skgfr_aiosupported", supports},
+                                          {"skgfrpst", post},
                                           {"skgfqio", queue},
                                           {"skgfrwat", wait<false>},
                                           {"completion", wait<true>},
