@@ -113,6 +113,7 @@ int skgfgrsobid(int major, int minor) {
   const DeviceNumber wanted{major, minor};
   PartitionName name;
   if (!find_partition(wanted, name)) return -1;
+  if (slnpd(reinterpret_cast<const text *>(name.chars))) return -1;  // it would lead out of /dev
 
   char path[sizeof "/dev/" + longest_partition_name];
   std::snprintf(path, sizeof path, "/dev/%s", name.chars);
