@@ -276,7 +276,7 @@ void use_the_layer_without_library() {
 }
 using AbsentLibrary = LayerTest;
 TEST_F(AbsentLibrary, WorksSynchronously) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  testing::FLAGS_gtest_death_test_style = process_of_its_own;
   EXPECT_EXIT(use_the_layer_without_library(), testing::ExitedWithCode(0), "");
 }
 

@@ -12,6 +12,9 @@ namespace support {
 
 namespace {
 
+// The first bytes of the magic numbers.
+const char old_magic = *here("\x5D", "\x5A"), current_magic = *here("\x7D", "\x7A");
+
 using std::string;
 
 const char *word(skgfrr result) {
@@ -27,7 +30,7 @@ text *name(Scene &s) { return txt(s.name); }
 string on_disk(const Scene &s) {
   if (!std::filesystem::exists(s.name)) return "no file";
   const string bytes = contents(s.name, 1 << 16);
-  const bool old = bytes[12] == '\x5D', stamped = old || bytes[28] == '\x7D';
+  const bool old = bytes[12] == old_magic, stamped = old || bytes[28] == current_magic;
   ub4 blocks;
   std::memcpy(&blocks, &bytes[old ? 8 : 24], sizeof blocks);
   return std::to_string(bytes.size()) + (stamped ? " stamped " + std::to_string(blocks) : " plain");
@@ -112,7 +115,7 @@ string remove_file(Scene &s) {
 string build_header(Scene &s) {
   alignas(512) char block[512]{};
   s.during([&] { return skgfrfhblk(&s.se, s.ctx, block, 9, 512, skgfrfVTG), 0; });
-  return block[12] == '\x5D' ? "old" : block[28] == '\x7D' ? "current" : "none";
+  return block[12] == old_magic ? "old" : block[28] == current_magic ? "current" : "none";
 }
 string upgrade(Scene &s) {
   if (priv(s.iov)->seal_skgfrsiov == skgfrSEAL) priv(s.iov)->offset_skgfrsiov = 4;

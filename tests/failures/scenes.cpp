@@ -14,10 +14,10 @@ namespace support {
 
 namespace {
 
-const std::string header = block(
-    "00220000 0000C0FF 00000000 00000000 C7D90000 00020000 01000000"
-    "7D7C7B7A",
-    1024);
+const std::string header =
+    block(here("00220000 0000C0FF 00000000 00000000 C7D90000 00020000 01000000 7D7C7B7A",
+               "00220000 FFC00000 00000000 00000000 FBE50000 00000200 00000001 7A7B7C7D"),
+          1024);
 
 void plain(Scene &) { tzset(); }
 void file(Scene &s) { s.name = s.dir.file("file", 1536); }

@@ -27,13 +27,23 @@ string patched(string header, size_t at, ub4 value, size_t width = 4) {
 
 // 9 blocks of 512 bytes in both layouts and both byte orders, and 0x01020304 blocks of 4096.
 const string current =
-    block("00220000 0000C0FF 00000000 00000000 CFD90000 00020000 09000000 7D7C7B7A");
+    block(here("00220000 0000C0FF 00000000 00000000 CFD90000 00020000 09000000 7D7C7B7A",
+               "00220000 FFC00000 00000000 00000000 FBED0000 00000200 00000009 7A7B7C7D"));
 const string swapped =
-    block("00220000 FFC00000 00000000 00000000 D9CF0000 00000200 00000009 7A7B7C7D");
-const string old = block("00020000 00020000 09000000 5D5C5B5A 00000000 0F06");
-const string old_swapped = block("00020000 00000200 00000009 5A5B5C5D 00000000 060F");
+    block(here("00220000 FFC00000 00000000 00000000 D9CF0000 00000200 00000009 7A7B7C7D",
+               "00220000 0000C0FF 00000000 00000000 EDFB0000 00020000 09000000 7D7C7B7A"));
+const string old = block(here("00020000 00020000 09000000 5D5C5B5A 00000000 0F06",
+                              "00020000 00000200 00000009 5A5B5C5D 00000000 040D"));
+const string old_swapped = block(here("00020000 00000200 00000009 5A5B5C5D 00000000 060F",
+                                      "00020000 00020000 09000000 5D5C5B5A 00000000 0D04"));
 const string large =
-    block("00820000 0000C0FF 00000000 00000000 C0690000 00100000 04030201 7D7C7B7A", 4096);
+    block(here("00820000 0000C0FF 00000000 00000000 C0690000 00100000 04030201 7D7C7B7A",
+               "00820000 FFC00000 00000000 00000000 EB420000 00001000 01020304 7A7B7C7D"),
+          4096);
+// The current layout with the other one's format byte, before it becomes that.
+const string unfinished =
+    block(here("00020000 0000C0FF 00000000 00000000 CFF90000 00020000 09000000 7D7C7B7A",
+               "00020000 FFC00000 00000000 00000000 FBCD0000 00000200 00000009 7A7B7C7D"));
 
 TEST_F(Block0Test, Builds) {
   const skgcb *const sums = &client_table;
@@ -64,13 +74,13 @@ TEST_F(Block0Test, Builds) {
   fault_arm("malloc", 0, 1, ENOMEM, FAULT_NULL);
   skgfrfhblk(&se, &ctx, bytes.data(), 9, 512, skgfrfDCVT);
   EXPECT_TRUE(is(se, {27044, ENOMEM, {8}}));
-  EXPECT_EQ(bytes, patched(patched(current, 0, 0x0200), 16, 0xF9CF));  // the current layout is left
+  EXPECT_EQ(bytes, unfinished);
 
   client().old_layout = false;
   for (const auto &[size, format] : formats) {
     std::vector<ub2> words(size / 2);
     skgfrfhblk(&se, &ctx, words.data(), 77, size, skgfrfVTG);
-    EXPECT_EQ(words[0] >> 8, format) << size;
+    EXPECT_EQ(reinterpret_cast<const ub1 *>(words.data())[1], format) << size;
     EXPECT_EQ(std::accumulate(words.begin(), words.end(), 0, std::bit_xor()), 0) << size;
   }
 }
@@ -102,12 +112,16 @@ TEST_F(Block0Test, Converts) {
     EXPECT_EQ(skgfrgbsz(&se, ctx, skgfrfDCVT, header.data()), 512u);
     EXPECT_EQ(header, current);
   }
-  string modern = block(
-      "07620000 0000C0FF 00000000 00000000 DFA90000 00080000 10000000 7D7C7B7A"
-      "A4810000 00000000 00000000 AABB",
-      2048);
+  string modern =
+      block(here("07620000 0000C0FF 00000000 00000000 DFA90000 00080000 10000000 7D7C7B7A"
+                 "A4810000 00000000 00000000 AABB",
+                 "07620000 FFC00000 00000000 00000000 DDAB0000 00000800 00000010 7A7B7C7D"
+                 "000081A4 00000000 00000000 AABB"),
+            2048);
   modern[600] = 'y';  // outside what the check value covers
-  const string ancient = block("07020000 00080000 10000000 5D5C5B5A A4810000 B58D", 2048);
+  const string ancient = block(here("07020000 00080000 10000000 5D5C5B5A A4810000 B58D",
+                                    "07020000 00000800 00000010 5A5B5C5D 000081A4 88B0"),
+                               2048);
   string bytes = ancient;
   bytes.replace(24, 22, string(20, 'x') + "\xAA\xBB")[600] = 'y';
   skgfrhblk_cvtpre10(ctx, reinterpret_cast<skgfrhblk *>(bytes.data()));
@@ -144,9 +158,10 @@ TEST_F(Block0Test, IsRewrittenInPlaceAndTellsWhereBlock1Is) {
   World w;
   open_2048(w);
   EXPECT_TRUE(gives(w, upgrade, 0xFFFFFFFF));
-  EXPECT_EQ(contents(w.name), block("00220000 0000C0FF 00000000 00000000 45580000 00020000 03000000"
-                                    "7D7C7B7A 80810000") +
-                                  string(1536, 'x'));
+  const char *const rewritten =
+      here("00220000 0000C0FF 00000000 00000000 45580000 00020000 03000000 7D7C7B7A 80810000",
+           "00220000 FFC00000 00000000 00000000 7A670000 00000200 00000003 7A7B7C7D 00008180");
+  EXPECT_EQ(contents(w.name), block(rewritten) + string(1536, 'x'));
   skgfcfi(&w.se, w.ctx, w.iov);
   EXPECT_TRUE(gives(w, block1, 512));
   stamped_4096(w);

@@ -14,7 +14,7 @@ using ContextTest = LayerTest;
 /// Runs checks in a process of their own, in which nothing was registered or loaded before.
 template <class Checks>
 void alone(Checks checks) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  GTEST_FLAG_SET(death_test_style, process_of_its_own);
   EXPECT_EXIT((checks(), _exit(testing::Test::HasFailure())), testing::ExitedWithCode(0), "");
 }
 

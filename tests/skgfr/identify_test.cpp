@@ -14,8 +14,9 @@ ub8 file_size(World &w) { return skgfgfsz(&w.se, w.ctx, txt(w.name), w.name.size
 ub8 block_size(World &w) { return skgfglbsz(&w.se, w.ctx, txt(w.name), w.name.size(), w.type); }
 ub8 raise_limit(World &w) { return skgfrofl(&w.se, w.ctx, 100); }
 
-const std::string header_of_8192 =
-    block("000000000000C0FF00000000000000000000000000200000000000007D7C7B7A");
+constexpr char little_8192[] = "000000000000C0FF00000000000000000000000000200000000000007D7C7B7A";
+constexpr char big_8192[] = "00000000FFC0000000000000000000000000000000002000000000007A7B7C7D";
+const std::string header_of_8192 = block(here(little_8192, big_8192));
 
 void nfs(World &) { fault_file_system(0x6969); }
 void nfs_mount(World &w) {
@@ -25,9 +26,9 @@ void nfs_mount(World &w) {
 }
 
 TEST_F(Identify, SizesEveryKindOfFile) {
-  const std::string old_header = block("0000000000100000000000005D5C5B5A"),
-                    swapped =
-                        block("00000000FFC0000000000000000000000000000000002000000000007A7B7C7D");
+  const std::string swapped = block(here(big_8192, little_8192));
+  const std::string old_header =
+      block(here("0000000000100000000000005D5C5B5A", "0000000000001000000000005A5B5C5D"));
   const auto filled = [](size_t size) { return std::string(size, 'x'); };
   const std::string null = "/dev/null", zero = "/dev/zero";
   // clang-format off

@@ -47,7 +47,9 @@ boolean answer(skgcbctx *, const text *name, uword *, void *pval, text **pstr, c
 ub2 sum_words(void *bp, size_t len) {
   ub1 sum[2] = {0, 0};
   for (size_t at = 0; at < len; ++at) sum[at % 2] ^= static_cast<ub1 *>(bp)[at];
-  return static_cast<ub2>(sum[0] | sum[1] << 8);
+  ub2 word;
+  std::memcpy(&word, sum, sizeof word);
+  return word;
 }
 
 boolean wants_old_layout() { return client().old_layout; }

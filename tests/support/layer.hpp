@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -80,6 +81,15 @@ testing::AssertionResult is(const slerc &se, const Expected &expected);
 
 /// A record full of leftovers, to prove that operations clear it.
 slerc dirty();
+
+/// Of two texts, such as a header's bytes, the one of this machine's byte order.
+constexpr const char *here(const char *little_endian, const char *big_endian) {
+  return std::endian::native == std::endian::little ? little_endian : big_endian;
+}
+
+/// How a death test starts its process: anew, or where an emulator cannot do that as a copy of this
+/// one; then nothing may have gone before it.
+constexpr const char *process_of_its_own = VDPREP_EMULATED ? "fast" : "threadsafe";
 
 int open_descriptors();
 

@@ -39,7 +39,9 @@ inline std::string decode(const std::string &bytes) {
   if ((size != 512 && size != 4096) || bytes.size() < size) return "no block size";
   std::string wanted(size, '\0');
   wanted[1] = size == 512 ? '\x22' : '\x82';
-  wanted.replace(4, 4, std::string("\0\0\xC0\xFF", 4)).replace(28, 4, "\x7D\x7C\x7B\x7A");
+  const bool little = std::endian::native == std::endian::little;
+  wanted.replace(4, 4, little ? std::string("\0\0\xC0\xFF", 4) : std::string("\xFF\xC0\0\0", 4));
+  wanted.replace(28, 4, here("\x7D\x7C\x7B\x7A", "\x7A\x7B\x7C\x7D"));
   wanted.replace(16, 2, bytes, 16, 2).replace(20, 8, bytes, 20, 8);
   if (bytes.compare(0, size, wanted) != 0) return "wrong bytes";
   int sum[2] = {0, 0};
