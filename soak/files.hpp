@@ -175,10 +175,12 @@ class Files {
                [](void *files, const text *path, size_t length) -> boolean {
         std::string_view found(reinterpret_cast<const char *>(path), length);
         if (found.ends_with('/')) found.remove_suffix(1);
-        return ++static_cast<Files *>(files)->find(found)->seen, TRUE;
+        Entry *const entry = static_cast<Files *>(files)->find(found);
+        return entry ? ++entry->seen : ++static_cast<Files *>(files)->strays_;
       });
     });
     run.came_to(0, {});
+    run.expect(strays_ == 0, "found what is not there", strays_);
     for (auto at = entries_.begin(); at != entries_.end(); ++at) {
       const auto &[name, entry] = *at;
       const auto next = entries_.upper_bound(name + "/");
@@ -304,6 +306,7 @@ class Files {
   Run &run;
   const std::string tree_, large_, shown_;
   std::map<std::string, Entry, std::less<>> entries_;
+  int strays_ = 0;
   std::pair<char[1 << 16], size_t> memory_;  // of the last discovery
 };
 

@@ -17,15 +17,17 @@ namespace soak {
 constexpr struct {
   int errors[3];
   const char *calls[8];
+  bool null = false;  // is what they return
 } failing[] = {
-    {{EACCES, EIO, ENOMEM}, {"access", "faccessat", "fstatat64", "glob64", "opendir", "readlink",
+    {{EACCES, EIO, ENOMEM}, {"access", "faccessat", "fstatat64", "glob64", "readlink",
                              "readlinkat", "stat64"}},
-    {{EIO, EINTR, ENOMEM}, {"fstat64", "fstatfs64", "pread64", "read", "readdir64", "readv",
+    {{EIO, EINTR, ENOMEM}, {"fstat64", "fstatfs64", "pread64", "read", "readv",
                             "statfs64", "times"}},
     {{EIO, ENOSPC, EDQUOT}, {"close", "fsync", "ftruncate64", "pwrite64", "write", "writev"}},
     {{EACCES, ENOSPC, EROFS}, {"mkdir", "open64", "rmdir", "unlink"}},
     {{EINVAL, EOVERFLOW, ESPIPE}, {"lseek64"}},
     {{EAGAIN, EBADF, ENOLCK}, {"fcntl"}},
+    {{EACCES, EIO, ENOMEM}, {"opendir", "readdir64"}, true},
     {{ENOMEM, ENOMEM, ENOMEM}, {"malloc"}},
     {{EAGAIN, EIO, ENOMEM}, {"half of a list", "io_submit"}},
     {{EINTR, EIO, ETIME}, {"io_getevents"}},
@@ -85,11 +87,13 @@ struct Run {
   /// An error for the call, or 0. What would undo the damage is not hit by a second fault.
   static int choose(const char *call) {
     if (std::strcmp(call, "unlink") == 0 && fault_count() != the_run->before) return 0;
-    for (const auto &[errors, calls] : failing) {
+    for (const auto &[errors, calls, null] : failing) {
       for (const char *known : calls) {
         if (!known || std::strcmp(known, call) != 0) continue;
         the_run->failed_completions += std::strcmp(call, "completion") == 0;
-        return errors[the_run->below(3)];
+        const int error = errors[the_run->below(3)];
+        if (null) fault_arm(call, 0, 1, error, FAULT_NULL);
+        return null ? 0 : error;
       }
     }
     return 0;
