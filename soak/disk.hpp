@@ -102,7 +102,7 @@ class Disk {
   void change(Handle &handle, bool opens) {
     const ub4 options = run.ctx->flags_skgfrctx, busy = handle.busy;
     const uword most = &handle == &handles[2] ? 0 : 1024;
-    const ub4 flags = skgfofiWRITE | (run.below(2) ? skgfofiDSYNC : 0);
+    const ub4 flags = skgfofiWRITE | (run.below(4) ? 0 : skgfofiDSYNC);
     if (most == 0) run.ctx->flags_skgfrctx &= ~ub4{skgfrcASYNC};
     run.call([&] {
       if (!opens) return skgfcfi(&run.se, run.ctx, handle.iov);

@@ -267,6 +267,7 @@ class Files {
     const Entry before = known ? *known : Entry{};
     Entry now = left == Left::old ? before : after;
     if (left == Left::header_alone) now.size = before.size;
+    if (left == Left::header_alone && !now.header) now.head = before.head;
     std::error_code none;
     const std::string &shown = name == large_ ? shown_ : name;
     const ub8 size = std::filesystem::file_size(shown, none);
