@@ -1,7 +1,6 @@
 // Requests: what validation refuses, where transfers land, how they fail, and what stays untouched.
 #include <filesystem>
 #include <list>
-#include <random>
 
 #include "skgfr/base/elapsed.hpp"
 #include "tests/support/world.hpp"
@@ -187,42 +186,6 @@ TEST_F(RequestsTest, ControlBlocks) {
     const kgglk &link = status->link_skgfrsisb;
     const bool begun = status->iov_skgfrsisb == priv(f.iov) && status->qstatus_skgfrsisb == 0;
     EXPECT_EQ(begun && link.kgglknxt == &link && link.kgglkprv == &link, (flags & A) != 0);
-  }
-}
-
-TEST_F(RequestsTest, AgreeWithAModel) {
-  File f;
-  std::filesystem::resize_file(f.name, 5ULL << 30);
-  priv(f.fib)->lastblk_skgfrsfib = ALL;
-  std::mt19937 random(7);
-  for (const ub4 first : {2U, 1U, 0x900002U}) {
-    if (first == 1) from_0(f);
-    if (first > 2) f.fib->ftype_skgfrfib = skgfrfVTG;
-    const off64_t byte = first > 2 ? 0x120000200 : 512;  // where the block before begins
-    string model = contents(f.name, 66 * 512, byte);     // a block more on either side
-    priv(f.iov)->offset_skgfrsiov = ALL;
-    size_t start = 0;
-    for (size_t step = 0; step < 300; ++step) {
-      const ub4 flags = static_cast<ub4>(random()) & (R | V);
-      if (start > 56 || random() % 2) start = random() % 57;  // else behind the last one
-      std::memset(buffer, '#', 8192);
-      string expected(8192, '#');
-      std::vector<skgfrbd> parts;
-      size_t at = 512 + start * 512;
-      for (size_t i = 0; i < (flags & V ? 4 : 1); ++i) {
-        const size_t place = 512 + i * 2048, length = 512 + random() % 2 * 512;
-        parts.push_back({buffer + place, length});
-        std::memset(buffer + place, static_cast<int>('0' + (step + i) % 71), length);
-        if (~flags & R) model.replace(at, length, buffer + place, length);
-        expected.replace(place, length, model, at, length);
-        at += length;
-      }
-      Requests requests;
-      requests.add(f.iov, static_cast<ub4>(first + start), flags, parts);
-      EXPECT_TRUE(!skgfqio(f.ctx, &requests.head, flags) && string(buffer, 8192) == expected);
-      start = at / 512 - 1;
-    }
-    EXPECT_EQ(contents(f.name, model.size(), byte), model);
   }
 }
 

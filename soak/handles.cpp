@@ -1,0 +1,88 @@
+// Opens, closes and locks the large file; the counters that everything on it keeps.
+#include <unistd.h>
+
+#include "soak/disk.hpp"
+
+namespace soak {
+
+Handle *Disk::any_open() {
+  Handle &handle = handles_[below(3)];
+  return handle.open ? &handle : nullptr;
+}
+
+void Disk::open_or_close() {
+  Handle &handle = handles_[below(3)];
+  change(handle, !handle.open || below(4) == 0);
+}
+
+/// Opens a handle, also one that is open, or closes it. After a failed close it is begun anew: what
+/// became of the descriptor the layer does not guess.
+void Disk::change(Handle &handle, bool opens) {
+  const ub4 options = ctx->flags_skgfrctx, flags = skgfofiWRITE | (below(4) ? 0 : skgfofiDSYNC);
+  const uword most = &handle == &handles_[2] ? 0 : 1024;
+  if (most == 0) ctx->flags_skgfrctx &= ~ub4{skgfrcASYNC};
+  attempt([&] {
+    if (!opens) return skgfcfi(&se, ctx, handle.iov);
+    skgfofi(&se, ctx, handle.fib, handle.iov, 1024, flags);
+  });
+  ctx->flags_skgfrctx = options;
+  const long busy = handle.busy ? 2707300 + (handle.busy < 100 ? handle.busy : 0) : 0;
+  handle.open = (succeeded(busy, {2704103, 2704503, 2705201, 2706000}) && opens) || busy;
+  if (se.slercoer == 27045) handle.iov = support::Iov(), --ctx->curopen_skgfrctx;
+  if (se.slercoer != 0 || !opens) return;
+  const uword found = handle.iov->maxaio_skgfriov;
+  handle.synchronous = found == 0;
+  expect(found == most || (found == 0 && faulted), "requests at once", found, most);
+}
+
+/// The lock that another owner would meet.
+int Disk::lock_met() const {
+  struct flock met {};
+  met.l_type = F_WRLCK;
+  return fcntl(lockable_, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
+}
+
+void Disk::lock() {
+  Handle *const handle = any_open();
+  if (!handle) return;
+  const boolean share = below(2) ? TRUE : FALSE;
+  const bool locked =
+      succeeds([&] { skgfglk(&se, ctx, handle->iov, share); }, 0, {2708609, 2708610, 2708810});
+  const int taken = !locked ? F_UNLCK : share ? F_RDLCK : F_WRLCK;
+  expect(lock_met() == taken, "lock", lock_met(), taken);
+  const bool gone = succeeds([&] { skgfrlk(&se, ctx, handle->iov); }, 0, {2708911});
+  expect(lock_met() == (gone ? F_UNLCK : taken), "lock after its release", lock_met());
+  skgfrlk(&se, ctx, handle->iov);
+}
+
+void Disk::check() {
+  const uword done = ctx->aiodone_skgfrctx, all = ctx->aiopend_skgfrctx + done;
+  const size_t in_kernel = ctx->aiopend_skgfrctx - support::length(ctx->conv_skgfrctx);
+  expect(in_kernel <= 1024, "in the kernel", static_cast<long>(in_kernel), 1024);
+  expect(done == support::length(ctx->qdone_skgfrctx), "done queue", done);
+  expect(all == outstanding(), "counted requests", all, outstanding());
+  ub4 open_handles = 0;
+  for (Handle &handle : handles_) {
+    const ub4 busy = support::priv(handle.iov)->aiopend_skgfrsiov;
+    open_handles += handle.open;
+    expect(busy == handle.busy, "requests of a handle", busy, handle.busy);
+    if (busy) skgfcfi(&se, ctx, handle.iov);
+    expect(!busy || support::is(se, {27073, 0, {busy}}), "close of a busy handle", se.slercoer);
+  }
+  expect(ctx->curopen_skgfrctx == open_handles, "open", ctx->curopen_skgfrctx, open_handles);
+}
+
+void Disk::rest() {
+  skgfriosb *iosb = nullptr;
+  while (skgfrwat(&se, ctx, 1, &iosb, nullptr, longest) == skgfrrOK) take(iosb);
+  expect(outstanding() == 0, "outstanding", outstanding());
+  change(handles_[0], true);  // which also takes back the probes that were given up
+  for (Handle &handle : handles_) {
+    if (handle.open) change(handle, false);
+  }
+  for (const Slot &slot : slots_) {
+    expect(holds(slot, slot.model, slot.most * 512), "contents of block", slot.first);
+  }
+}
+
+}  // namespace soak
