@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <libaio.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -31,10 +30,8 @@ static long transfer(const struct iocb *block) {
 }
 
 static struct io_event complete_one(void) {
-  const int count = stand_in_aio.waiting--;
-  const int at = stand_in_aio.shuffle ? rand_r(&stand_in_aio.shuffle) % count : 0;
-  struct iocb *const block = waiting[at];
-  memmove(waiting + at, waiting + at + 1, (size_t)(count - at - 1) * sizeof *waiting);
+  struct iocb *const block = waiting[0];
+  memmove(waiting, waiting + 1, (size_t)--stand_in_aio.waiting * sizeof *waiting);
   const int result = next("completion", &stand_in_aio.results, STAND_IN_TRANSFER);
   const int scripted = result != STAND_IN_TRANSFER && result != STAND_IN_STRAY;
   return (struct io_event){.data = result == STAND_IN_STRAY ? NULL : block->data,

@@ -1,5 +1,5 @@
 /* A library in libaio's place that does what a script says; tests find `stand_in_aio` with dlsym.
- * A transfer is carried out when its completion is handed out. */
+ * A transfer is carried out when its completion is handed out, the oldest first. */
 #pragma once
 
 #include <limits.h>
@@ -18,7 +18,6 @@ struct stand_in_aio {
   struct stand_in_answers submissions;   /* most blocks taken, or a negated errno */
   struct stand_in_answers reapings;      /* most events (0: the time is out), or a negated errno */
   struct stand_in_answers results;       /* of completions: bytes, or a negated errno */
-  unsigned shuffle;                      /* seeds the order of completions; 0: oldest first */
   int waiting, submit_calls, reap_calls; /* blocks taken and not handed out; calls */
   struct timespec timeout;               /* of the last reaping; -1 seconds: none */
 };
