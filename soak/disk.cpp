@@ -151,21 +151,18 @@ void Disk::claim() {
   if (done) take(slot.iosb);
 }
 
-/// Vectors one behind the other, or elsewhere in the same blocks, at the cached position.
+/// Vectors where the last one ended, which is the cached position, or elsewhere.
 void Disk::transfer_vectors() {
   Handle *const handle = any_open();
-  for (Slot *slot : take_free(handle ? 1 : 0)) {
-    ub4 at = 0;
-    for (size_t times = 1 + below(4); times > 0; --times) {
-      if (at >= slot->most || below(3) == 0) at = below(slot->most);
-      at = transfer_vector(*slot, *handle, at);
-    }
-    free_.push_back(slot);
+  for (size_t times = handle ? 1 + below(4) : 0; times > 0; --times) {
+    const bool goes_on = handle->last && handle->end < handle->last->most && below(4);
+    Slot &slot = goes_on ? *handle->last : slots_[below(slots_.size())];
+    if (!slot.outstanding) transfer_vector(slot, *handle, goes_on ? handle->end : below(slot.most));
   }
 }
 
-/// One vector, so many blocks behind the slot's first; where it ended.
-ub4 Disk::transfer_vector(Slot &slot, Handle &handle, ub4 at) {
+/// One vector, so many blocks behind the slot's first.
+void Disk::transfer_vector(Slot &slot, Handle &handle, ub4 at) {
   const bool reading = below(2);
   slot.stamp = stamp_ += 0x1000001;
   slot.fill(scratch_, sizeof scratch_);
@@ -191,10 +188,11 @@ ub4 Disk::transfer_vector(Slot &slot, Handle &handle, ub4 at) {
   if (se.slercoer == 27071) se.slercose[0] = 0;  // it is the block, where others have the site
   const bool done = succeeded(0, {2707100, 2707203});
   expect(result == !done && slot.letter() == (done ? 'D' : 'E'), "state of a vector");
-  if (!done) return at;
+  if (!done) return;
   expect(std::equal(expected.begin(), expected.end(), scratch_), "data of a vector", slot.first);
   std::copy(model.begin(), model.end(), slot.model);
-  return end;
+  handle.last = &slot;
+  handle.end = end;
 }
 
 }  // namespace soak

@@ -18,11 +18,14 @@ constexpr ub4 longest = 0xFFFFFFFF, block_words = 128, disk_blocks = 0x908000;  
 constexpr ub4 window = 1 << 15;                           // blocks in use at either end
 constexpr ub4 starts[] = {17, disk_blocks + 1 - window};  // a page away from block 0
 
+struct Slot;
 struct Handle {
   support::Fib fib;
   support::Iov iov;
   ub4 from_zero = 0, busy = 0;  // where blocks are counted from 0; requests outstanding
   bool open = false, synchronous = false;
+  Slot *last = nullptr;  // where the last vector ended, so many blocks behind its first
+  ub4 end = 0;
 };
 
 /// Blocks, a buffer for them, and the request that may be on its way for them.
@@ -65,7 +68,7 @@ class Disk {
   void queue(Slot &slot, Handle &handle, ub4 at, kgglk &head);
   bool judge(Slot &slot, bool asynchronous, bool room);
   void take(skgfriosb *iosb);
-  ub4 transfer_vector(Slot &slot, Handle &handle, ub4 at);
+  void transfer_vector(Slot &slot, Handle &handle, ub4 at);
   void change(Handle &handle, bool opens);
   bool holds(const Slot &slot, const ub4 *words, size_t bytes);
   int lock_met() const;

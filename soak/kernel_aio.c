@@ -2,6 +2,7 @@
  * asks for. The transfers are always the kernel's. Knows nothing of the layer. */
 #include <errno.h>
 #include <libaio.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -10,6 +11,15 @@
 #pragma weak fault_meets /* a program without it has no failures */
 static int meets(const char *call) { return fault_meets && fault_meets(call); }
 static int answer(long result) { return result < 0 ? -errno : (int)result; }
+
+/* A completion that failed or came to its half; nor does the rest of a buffer hold what was read. */
+static void fail(struct io_event *event, int error) {
+  const struct io_iocb_common *const to = &event->obj->u.c;
+  const size_t moved = error == ENODATA ? to->nbytes / 2 : 0;
+  const int reads = event->obj->aio_lio_opcode == IO_CMD_PREAD;
+  if (reads) memset((char *)to->buf + moved, 0, to->nbytes - moved);
+  event->res = moved ? moved : (unsigned long)-(long)error;
+}
 
 int io_queue_init(int events, io_context_t *context) {
   *context = NULL;
@@ -27,8 +37,7 @@ int io_getevents(io_context_t context, long least, long most, struct io_event *e
   if (meets("io_getevents")) return -errno;
   const int count = answer(syscall(SYS_io_getevents, context, least, most, events, timeout));
   for (int i = 0; i < count; ++i) {
-    if (!meets("completion")) continue;
-    events[i].res = errno == ENODATA ? events[i].res / 2 : (unsigned long)-(long)errno;
+    if (meets("completion")) fail(&events[i], errno);
   }
   return count;
 }
