@@ -126,7 +126,7 @@ void Disk::collect() {
       if (way == 0) result = skgfrwat(&se, ctx, count, &iosb, wait, timeout);
       if (way == 1) result = skgfnxtio(&se, ctx, &iosb);
       if (way == 2) iosb = skgfgiod(ctx);
-      if (way == 3) result = skgfospo(&se, ctx, count, 0, wait ? 1 : 0, timeout);
+      if (way == 3) result = skgfospo(&se, ctx, count, 0, wait ? 1 : 0, timeout) ? 1 : 0;
     });
     succeeded(0, {2708300});
     const uword none = se.slercoer ? skgfrrERROR : skgfrrNOTFOUND, ok = skgfrrOK;
