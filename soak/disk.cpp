@@ -6,7 +6,7 @@
 namespace soak {
 
 Disk::Disk(const std::string &name, const std::string &shown)
-    : shown_(open(shown.c_str(), O_RDONLY)), lockable_(open(name.c_str(), O_RDONLY)) {
+    : shown_(open64(shown.c_str(), O_RDONLY)), lockable_(open64(name.c_str(), O_RDONLY)) {
   handles_[1].fib->ftype_skgfrfib = skgfrfKDV;
   handles_[1].from_zero = 1;
   for (Handle &handle : handles_) {
