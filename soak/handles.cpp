@@ -18,6 +18,7 @@ void Disk::open_or_close() {
 /// Opens a handle, also one that is open, or closes it. After a failed close it is begun anew: what
 /// became of the descriptor the layer does not guess.
 void Disk::change(Handle &handle, bool opens) {
+  if (handle.busy) opens = false;  // a handle that is opened again forgets its requests
   const ub4 options = ctx->flags_skgfrctx, flags = skgfofiWRITE | (below(4) ? 0 : skgfofiDSYNC);
   const uword most = &handle == &handles_[2] ? 0 : 1024;
   if (most == 0) ctx->flags_skgfrctx &= ~ub4{skgfrcASYNC};
