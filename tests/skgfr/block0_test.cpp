@@ -11,16 +11,6 @@ using namespace support;
 using std::string, std::tuple;
 using Block0Test = LayerTest;
 
-/// So many bytes: those in hexadecimal, then zeros.
-string block(const char *hex, size_t size = 512) {
-  string bytes;
-  unsigned byte;
-  for (int used; std::sscanf(hex, "%2x%n", &byte, &used) == 1; hex += used) {
-    bytes += static_cast<char>(byte);
-  }
-  return bytes.append(size - bytes.size(), '\0');
-}
-
 string patched(string header, size_t at, ub4 value, size_t width = 4) {
   return header.replace(at, width, reinterpret_cast<const char *>(&value), width);
 }

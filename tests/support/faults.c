@@ -190,7 +190,8 @@ FORWARD2(int, ftruncate64, int, off64_t) FORWARD2(int, access, const char *, int
 FORWARD2(int, mkdir, const char *, mode_t)
 FORWARD2(int, getrlimit64, __rlimit_resource_t, struct rlimit64 *)
 FORWARD2(int, setrlimit64, __rlimit_resource_t, const struct rlimit64 *)
-FORWARD3(off64_t, lseek64, int, off64_t, int) REPLACE(ssize_t, read, (int a, void *b, size_t c), blank(b, fault->result), real(a, b, c))
+FORWARD3(off64_t, lseek64, int, off64_t, int)
+REPLACE(ssize_t, read, (int a, void *b, size_t c), blank(b, fault->result), real(a, b, c))
 FORWARD3(ssize_t, write, int, const void *, size_t)
 FORWARD3(ssize_t, readv, int, const struct iovec *, int)
 FORWARD3(ssize_t, writev, int, const struct iovec *, int)
@@ -233,26 +234,31 @@ REPLACE(int, gettimeofday, (struct timeval *restrict a, void *restrict b), (int)
 REPLACE_VARIADIC(fcntl, int, int, real(a, b, last))
 REPLACE_VARIADIC(ioctl, int, unsigned long, answered(real, a, b, last))
 REPLACE_VARIADIC(open64, const char *, int, real(redirected(a), b, last))
-    // clang-format on
 
-    /* What hardened code calls instead; the checks behind it are not under test. */
-    int __open64_2(const char *name, int flags);
+/* What hardened code calls instead. */
+int __open64_2(const char *name, int flags);
 ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room);
 ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room);
 ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room);
 ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room);
+// clang-format on
+
+static size_t checked(size_t size, size_t room) {
+  if (size > room) abort();
+  return size;
+}
 int __open64_2(const char *name, int flags) { return open64(name, flags, 0); }
 ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room) {
-  return read(fd, buffer, size < room ? size : room);
+  return read(fd, buffer, checked(size, room));
 }
 ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room) {
-  return pread64(fd, buffer, size < room ? size : room, offset);
+  return pread64(fd, buffer, checked(size, room), offset);
 }
 ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room) {
-  return readlink(name, target, size < room ? size : room);
+  return readlink(name, target, checked(size, room));
 }
 ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room) {
-  return readlinkat(folder, name, target, size < room ? size : room);
+  return readlinkat(folder, name, target, checked(size, room));
 }
 
 /* The allocator behind: the sanitizer's, else the next one, so that valgrind's takes its place. All
