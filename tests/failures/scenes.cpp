@@ -19,6 +19,8 @@ const std::string header =
                "00220000 FFC00000 00000000 00000000 FBE50000 00000200 00000001 7A7B7C7D"),
           1024);
 
+// Files
+
 void plain(Scene &) { tzset(); }
 void file(Scene &s) { s.name = s.dir.file("file", 1536); }
 void known_file(Scene &s) {
@@ -38,7 +40,10 @@ void open_asynchronous(Scene &s) { asynchronous(s), open_file(s); }
 void stamped(Scene &s) { put(s.name, header); }
 void unsized(Scene &s) { stamped(s), s.fib->lblksiz_skgfrfib = 0; }
 void old_layout(Scene &) { client().old_layout = true; }
-void direct(Scene &s) { s.ctx->flags_skgfrctx |= skgfrcDIRECT; }
+void direct(Scene &s) {
+  s.ctx->flags_skgfrctx |= skgfrcDIRECT;
+  s.absent = !takes_direct_io(s.dir.path("."));
+}
 void new_folders(Scene &s) { s.name = s.dir.path("a/b/file"), s.flags = skgfrcreMKDIRS; }
 void nfs(Scene &s) {
   fault_file_system(0x6969);
@@ -59,6 +64,8 @@ void far_target(Scene &s) {
   std::filesystem::create_symlink(folder + step + "file", s.name = s.elsewhere->path("link"));
 }
 void nfs_alone(Scene &s) { s.flags = 1; }
+// Devices
+
 void loop(Scene &s) {
   s.device.emplace(s.dir.file("disk", 8192), 512);
   s.name = s.device->path(), s.absent = s.name.empty();
@@ -92,6 +99,8 @@ void raw_device(Scene &s) {
   fault_answer_ioctl(answer);
 }
 
+// Handles, locks, folders
+
 void without_input(Scene &s) { known_file(s), close(STDIN_FILENO); }
 void locked(Scene &s) {
   open_file(s);
@@ -106,9 +115,12 @@ void link_to_folder(Scene &s) {
   std::filesystem::create_directory_symlink(s.dir.path("."), s.name = s.dir.path("link"));
 }
 
+// Requests
+
 template <ub4 flags>
 void requesting(Scene &s) {
-  flags &skgfqioASYNC ? open_asynchronous(s) : open_file(s);
+  const bool submits = (flags & skgfqioASYNC) != 0;
+  submits ? open_asynchronous(s) : open_file(s);
   s.request_flags = flags;
 }
 void pending(Scene &s) {
@@ -124,6 +136,8 @@ void converting(Scene &s) {
   s.request_flags = skgfqioASYNC | skgfqioREAD;
   s.ctx->flags_skgfrctx &= ~ub4{skgfrcVALIDATE};
 }
+// Names, signals, the process
+
 /// One entry in each folder: a link to a folder with a file.
 void tree(Scene &s) {
   s.elsewhere.emplace("/tmp").file("below", 1);
@@ -173,6 +187,8 @@ void element_of(Scene &) {
 }
 void matches(Scene &s) { s.name = s.dir.path("*"); }
 void long_pattern(Scene &s) { s.name = "/xx" + std::string(254, '*') + "]"; }
+
+// What may be different about a scene
 
 void climbing(Scene &s) { s.name = "/a/../b"; }
 void existing(Scene &s) { s.dir.file("file", 100); }
