@@ -44,7 +44,11 @@ void direct(Scene &s) {
   s.ctx->flags_skgfrctx |= skgfrcDIRECT;
   s.absent = !takes_direct_io(s.dir.path("."));
 }
-void new_folders(Scene &s) { s.name = s.dir.path("a/b/file"), s.flags = skgfrcreMKDIRS; }
+/// Seen from the scene's own folder: a name that begins with "+" stays relative.
+void new_folders(Scene &s) {
+  std::filesystem::current_path(s.dir.path("."));
+  s.name = "+a/b/file", s.flags = skgfrcreMKDIRS;
+}
 void nfs(Scene &s) {
   fault_file_system(0x6969);
   s.absent = own_mount().empty();
