@@ -57,10 +57,6 @@ inline std::string block(const char *hex, size_t size = 512) {
 }
 
 inline void identified(World &w) { w.dir.file("file", 1024), identify(w); }
-template <size_t size>
-void block_size_of(World &w) {
-  w.fib->lblksiz_skgfrfib = size;
-}
 
 /// Size in blocks, last block and offset of block 1, as the record has them.
 using Facts = std::tuple<ub4, ub4, size_t>;
