@@ -61,7 +61,9 @@ std::string made(const Section &section, const Trial &trial) {
   const long result = null ? FAULT_NULL : injection.result;
   if (!call.empty()) fault_arm(call.c_str(), skip, 1, injection.error, result);
   scene.se = dirty();
+  const long injected = fault_count();
   const std::string what = operations.at(section.operation)(scene);
+  EXPECT_TRUE(call.empty() || fault_count() > injected) << "the failure was never met";
   std::ostringstream out;
   out << scene.se.slercoer << ' ' << scene.se.slercerrno;
   for (const ub4 word : scene.se.slercose) out << ' ' << word;
@@ -76,10 +78,13 @@ bool run(const Section &section, const Trial &trial, Report &found) {
   int ends[2];
   if (pipe(ends) != 0) std::abort();
   std::fflush(stdout);
+  const bool failed_before = testing::Test::HasFailure();
   const pid_t child = fork();
   if (child == 0) {
     const std::string all = made(section, trial);
-    _exit(write(ends[1], all.data(), all.size()) == static_cast<ssize_t>(all.size()) ? 0 : 8);
+    const bool told = write(ends[1], all.data(), all.size()) == static_cast<ssize_t>(all.size());
+    std::fflush(stdout);
+    _exit(told && testing::Test::HasFailure() == failed_before ? 0 : 8);
   }
   close(ends[1]);
   std::string all;

@@ -17,6 +17,8 @@ const char old_magic = *here("\x5D", "\x5A"), current_magic = *here("\x7D", "\x7
 
 using std::string;
 
+volatile sig_atomic_t signals = 0;
+
 const char *word(skgfrr result) {
   const char *const words[] = {"?", "OK", "NOTFOUND", "INTERRUPT", "ERROR", "SZERR"};
   return words[result];
@@ -88,9 +90,9 @@ string open_handle(Scene &s) {
   s.during([&] { return skgfofi(&s.se, s.ctx, s.fib, s.iov, 8, s.flags), 0; });
   return handle(s);
 }
-template <auto call, ub4... extra>  // of an operation on the handle
+template <auto call>  // of an operation on the handle
 string on_handle(Scene &s) {
-  s.during([&] { return call(&s.se, s.ctx, s.iov, extra...), 0; });
+  s.during([&] { return call(&s.se, s.ctx, s.iov), 0; });
   return handle(s);
 }
 template <auto call, boolean... share>
@@ -135,7 +137,9 @@ string initialise(Scene &s) {
 }
 string post(Scene &s) {
   skgfrwcx self{getpid()};
-  return s.during([&] { return skgfrpst(&s.se, s.ctx, &self, 0), 0; }), "told";
+  sslssreghdlr(&s.other_se, SIGWINCH, count_signal, nullptr, 0);
+  s.during([&] { return skgfrpst(&s.se, s.ctx, &self, 0), 0; });
+  return signals ? "woken" : "not woken";
 }
 string supports(Scene &s) {
   const int fd = priv(s.iov)->fd_skgfrsiov;
@@ -170,8 +174,9 @@ void *client_memory(void *, size_t size, const char *) {
   if (fault_meets("client_memory")) return nullptr;
   static char room[1 << 16];
   static size_t used = 0;
+  void *const piece = room + used;
   used += (size + 15) & ~size_t{15};
-  return room + used - ((size + 15) & ~size_t{15});
+  return piece;
 }
 string discover(Scene &s) {
   skgfrdsc *const found = s.during(
@@ -197,10 +202,9 @@ boolean take(void *found, const text *path, size_t) {
   return fault_watch(watching), TRUE;
 }
 string search(Scene &s) {
-  const string prefix = s.name == "/a/../b" ? s.name : s.dir.path("");
   string found;
   found.reserve(100);
-  s.during([&] { return skgfrsfe(&s.se, txt(prefix), prefix.size(), s.flags, &found, take), 0; });
+  s.during([&] { return skgfrsfe(&s.se, name(s), s.name.size(), s.flags, &found, take), 0; });
   return found.empty() ? "nothing" : found;
 }
 
@@ -228,7 +232,7 @@ string date(Scene &s) {
   return now.year ? "filled" : "untouched";
 }
 string clock_runs(Scene &s) {
-  return s.during([&] { return slgcs(&s.se); }), "runs";
+  return s.during([&] { return slgcs(&s.se); }) ? "runs" : "stands";
 }
 string error_text(Scene &s) {
   s.se = {1, ENOENT, {0, 0, 0}, 0, {}};
@@ -310,7 +314,7 @@ ub8 raise_limit(Scene &s) { return skgfrofl(&s.se, s.ctx, 0) != 0; }
 
 }  // namespace
 
-void count_signal(sword, void *) {}
+void count_signal(sword, void *) { signals = signals + 1; }
 
 uword queue_request(Scene &s) {
   skgfrrq request{};

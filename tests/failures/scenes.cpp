@@ -146,6 +146,7 @@ void converting(Scene &s) {
 void tree(Scene &s) {
   s.elsewhere.emplace("/tmp").file("below", 1);
   std::filesystem::create_directory_symlink(s.elsewhere->path("."), s.dir.path("link"));
+  s.name = s.dir.path("");
 }
 void listed(Scene &s) {
   s.name = "file";

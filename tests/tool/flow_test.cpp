@@ -17,17 +17,13 @@ Outcome captured(Call call) {
   return {status, testing::internal::GetCapturedStdout()};
 }
 
-struct Fault {
-  const char *call;
-  int skip, error;
-  long result = FAULT_FAILS;
-};
-
-Outcome run_with(const Fault &fault, const std::string &type, const std::string &name) {
-  text *arguments[] = {txt("vdprep"), txt(type), txt(name)};
+/// A voting file stamped by a run whose second open answers EIO once.
+Outcome run_with_a_retry(const std::string &name) {
+  const std::string program = "vdprep", type = "vtg";
+  text *arguments[] = {txt(program), txt(type), txt(name)};
   return captured([&] {
     fault_reset();
-    fault_arm(fault.call, fault.skip, 1, fault.error, fault.result);
+    fault_arm("open64", 1, 1, EIO, FAULT_FAILS);
     fault_arm("sleep", 0, 1, 0, 0);
     fault_arm("dlopen", 0, 2, 0, FAULT_NULL);  // kernel contexts live as long as their process
     return vdprep_main(3, arguments);
@@ -61,7 +57,7 @@ TEST_F(Flow, TraceLines) {
   EXPECT_EQ(unstamped(traced(ctx, endless), from), longest + "\n");
   const TempDir dir(place_for_files());
   const std::string name = dir.file("f", 1024);
-  EXPECT_EQ(unstamped(run_with({"open64", 1, EIO}, "vtg", name).output, from),
+  EXPECT_EQ(unstamped(run_with_a_retry(name).output, from),
             "skgfr Open: errno = 5, attempts = 1 \n\n"
             "vdprep: successfully initialized file " +
                 name + "\n");
