@@ -20,9 +20,11 @@ extern "C" {
  *   27061 (-1, asked), errno   the kernel completed it with an error
  *   27085 (moved, asked)       it moved another number of bytes
  * Requests are delivered last completed first. Time-outs are in hundredths of a second for each kernel
- * wait: 0 does not block, all ones is 600 seconds. */
+ * wait: 0 does not block, all ones is 600 seconds; every completion starts them anew. A wait that may not
+ * be interrupted goes on after a signal with what is left of its time. */
 
-/* Waits until count requests are done, nothing is outstanding or the time-out passes, and returns one.
+/* Returns one request that is done; waits first when fewer than count are, until count more are done,
+ * nothing is outstanding or the time-out passes.
  *
  * wcx: not null makes the wait interruptible by the wake-up signal. Clears the record. skgfrrOK with the
  * request in *ppiosb; skgfrrNOTFOUND when none is done, skgfrrINTERRUPT when the wait was interrupted;
@@ -45,7 +47,7 @@ void skgfrpst(slerc *se, skgfrctx *ctx, skgfrwcx *cid, ub4 flags);
 /* The next request that is done, or null. */
 skgfriosb *skgfgiod(skgfrctx *ctx);
 
-/* Collects up to count completions. TRUE when the wait was interrupted. flags: 0x1 interruptible. wait
+/* Collects count more completions, or what there is within the time-out. TRUE when the wait was interrupted. flags: 0x1 interruptible. wait
  * has no effect. Sets slercoer to 0; 27083, errno, as for skgfrwat. */
 boolean skgfospo(slerc *se, skgfrctx *ctx, ub4 count, uword wait, ub4 flags, ub4 tout);
 

@@ -11,6 +11,10 @@
 #ifndef SKGFR_RECORDS_H
 #define SKGFR_RECORDS_H
 
+#ifdef _AIO_H
+#error "skgfr: not together with <aio.h>, which gives aiocb64 and LIO_WAIT other meanings"
+#endif
+
 #include <libaio.h>
 #include <sys/types.h>
 
@@ -175,7 +179,7 @@ typedef struct skgfrctx {
   sb4 sigwinchslot_skgfrctx;    /* signal-registry slot of the wake-up handler */
   ub8 limfsiz_skgfrctx;         /* file-size limit in bytes; all ones: unlimited */
   kgglk qdone_skgfrctx;         /* completed asynchronous requests, not yet collected */
-  kgglk qsubmit_skgfrctx;       /* stays empty */
+  kgglk qsubmit_skgfrctx;       /* support probes that the kernel never completed; else empty */
   uword aiopend_skgfrctx;       /* asynchronous requests in flight */
   uword aiodone_skgfrctx;       /* requests on the done queue */
   sb4 maxlio_skgfrctx;          /* requests per list submission */
@@ -235,16 +239,21 @@ typedef struct skgfriov {
   ub4 flags_skgfriov;     /* skgfrv bits */
 } skgfriov;
 
-enum { skgfrvSYNCHRONOUS = 0x10 }; /* flags_skgfrsiov: carry out asynchronous requests at once */
+/* flags_skgfrsiov */
+enum {
+  skgfrvSYNCHRONOUS = 0x10, /* carry out asynchronous requests at once */
+  skgfrvWRITABLE = 0x20     /* opened read-write */
+};
 
 /* Its private extension. */
 typedef struct skgfrsiov {
-  ub4 seal_skgfrsiov;      /* skgfrSEAL while open */
-  sword fd_skgfrsiov;      /* descriptor; 0: none */
-  uword fsync_skgfrsiov;   /* 4: writes are on stable storage by themselves; 0: fsync is needed */
+  ub4 seal_skgfrsiov; /* skgfrSEAL while open */
+  sword fd_skgfrsiov; /* descriptor; 0: none */
+  uword
+      fsync_skgfrsiov; /* 4: never flushed, as opened for synchronous writes or a device; else 0 */
   uword aiopend_skgfrsiov; /* asynchronous requests in flight on this handle */
   ub4 offset_skgfrsiov;    /* block the file position stands at; all ones: unknown */
-  uword flags_skgfrsiov;   /* skgfrvSYNCHRONOUS */
+  uword flags_skgfrsiov;   /* skgfrvSYNCHRONOUS, skgfrvWRITABLE */
 } skgfrsiov;
 
 /* ---- Requests ---- */

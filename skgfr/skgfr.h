@@ -6,15 +6,26 @@
  * linkage.
  *
  * Threads: one thread at a time uses a context and the records opened through it; nothing is
- * locked. Initialisation and the first normalisation of a name fill what the process keeps (the
- * signal registry, the search list, libaio's entry points), so one thread does these first.
+ * locked. Several contexts may each have a thread of their own. They share what the process keeps: the
+ * signal registry, the search list of names and libaio's entry points, which the first initialisation
+ * and the first normalisation of a name fill, so one thread does these first; and the system's own
+ * environment, limits and record locks.
  *
- * Records: every operation that takes an slerc clears it on entry. On failure slercoer holds the
- * code; "27041 (3), errno" below means: code 27041, first detail word 3, slercerrno = errno of the
+ * Descriptors: whatever the layer opens has a number above 2, also where the client has closed
+ * standard input, output or error.
+ *
+ * Records: every operation that takes an slerc clears it on entry; requests, the calls that collect
+ * them, and look-ups clear slercoer alone. A record that is used again there keeps slercerrno and
+ * the words of an earlier failure, so slercoer decides whether they mean anything. On failure it holds
+ * the code; "27041 (3), errno" below means: code 27041, first detail word 3, slercerrno = errno of the
  * call that failed. Words and fields not mentioned are 0. A failed name normalisation is
  * "27036 (code, n)": the normaliser's code in the first word, n in the second; slercerrno and the
  * third word stay as the normaliser left them. A bad seal is "27050 (n, seal)": the seal found in
- * the second word. A transfer that came up short without a system error reports slercerrno 0.
+ * the second word.
+ *
+ * Short transfers: one that came up short without a system error reports slercerrno 0 and the bytes
+ * that it moved (27072: third word; 27085: first). To learn why, queue the blocks that are missing
+ * again: the system then says what stopped it (ENOSPC, EIO), or moves nothing at the end of the file.
  */
 #ifndef SKGFR_SKGFR_H
 #define SKGFR_SKGFR_H
@@ -43,7 +54,10 @@ uword skgfrqib(skgfrctx *ctx, skgfra attribute);
  * "_check_block_after_checksum").
  *
  * ctx: zeroed and filled. cidp: receives the process id. cbk, cbctx: the client's table and
- * context, kept by reference; both may be null. A missing libaio is no error: requests are then
+ * context, kept by reference; both may be null. The wake-up signal (SIGWINCH) then ends blocked system
+ * calls of the process instead of restarting them; where the process had a handler with SA_RESTART
+ * before, only up to the first such signal, but for the layer's own waits, which always end. The
+ * thread's signal mask stays as it was; a thread that blocks the signal is not woken. A missing libaio is no error: requests are then
  * synchronous. Fails, with a context that cannot be used, with
  *   27078 (1), errno   the open-files limit cannot be read
  *   27032 (1), errno   the file-size limit cannot be read
@@ -67,8 +81,9 @@ void skgfrsetioparam(slerc *se, skgfrctx *ctx, text *iotype, ub4 len);
 uword skgfrioparamcb(lrmctx *ctx, void **retval, uword *len, void *dctx, skgfrallocmem allocmem,
                      void *memctx);
 
-/* Whether kernel asynchronous I/O completes on fd, by reading its first 512 bytes. FALSE after
- * three waits of 10 seconds that stayed quiet or were interrupted. */
+/* Whether kernel asynchronous I/O completes on fd, by reading its first 4096 bytes, which disks with
+ * large sectors take; 512 of them have to be there. FALSE after three waits of 10 seconds that stayed
+ * quiet or were interrupted. */
 boolean skgfr_aiosupported(skgfrctx *ctx, int fd);
 
 /* Whether an open descriptor of a file with this st_mode (0: not known) counts as direct I/O. */
@@ -110,28 +125,17 @@ void skgfrhblk_writepre10(skgfrctx *ctx, skgfrhblk *hbp, skgfrhblkv9 *p10bp);
  * "_xtts_allow_pre10" with a non-zero value. */
 void skgfrbcvt(skgfrctx *ctx, void *bp);
 
-/* Rewrites block 0 of an open file in the current layout from its information block.
+/* Rewrites block 0 of an open file in the current layout from its information block; of a file of
+ * type skgfrfDCVT in the other byte order.
  *
  * The file position moves behind block 0. Nothing is flushed. Fails with
  *   27050 (2, seal)    the handle is not open
- *   27044 (9), errno   no memory; EINVAL when the file was identified without a block size
+ *   27044 (9), errno   no memory; EINVAL, with nothing written, when the file has no header or was
+ *                      identified without a block size
  *   27043 (6), errno   seek
  *   27044 (10), errno  write
  */
 void skgfrupd_blk0_v10(slerc *se, skgfrctx *ctx, skgfriov *iov);
-
-/* The byte offset of block 1 of the named file (fnamel bytes), read from its block 0.
- *
- * Fails, with all bits of the result set, with
- *   27036 (code, 7)    name
- *   27037 (14), errno  stat
- *   27041 (8), errno   open
- *   27043 (3), errno   seek
- *   27047 (5), errno   short read
- *   27047 (6)          no valid header
- *   27045 (7), errno   close
- */
-size_t skgfgb1off(slerc *se, text *fnamep, size_t fnamel);
 
 /* ---- Identification and sizes ---- */
 
@@ -165,7 +169,7 @@ skgfrr skgfifi(slerc *se, skgfrctx *ctx, skgfrfib *fib, text *fnamep, size_t fna
  *   27037 (8), errno   stat
  *   27037 (4)          a FIFO or a directory
  *   27041 (6), errno   opening a device
- *   27072 (1), errno   the device's size cannot be found
+ *   27072 (1), errno   the device's size cannot be found; errno 0: it says that it is empty
  */
 ub8 skgfgfsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel);
 
@@ -175,13 +179,26 @@ ub8 skgfgfsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel);
  *   27036 (code, 5)    name
  *   27037 (7), errno   stat
  *   27041 (7), errno   open
- *   27043 (5), errno   seek
+ *   27043 (5), errno   seek; of a FIFO: ESPIPE, at once
  *   27047 (3), errno   short read
  *   27047 (4)          no valid header
  * and with the block size all the same with
  *   27045 (6), errno   close
  */
 size_t skgfglbsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf ftype);
+
+/* The byte offset of block 1 of the named file (fnamel bytes), read from its block 0.
+ *
+ * Fails, with all bits of the result set, with
+ *   27036 (code, 7)    name
+ *   27037 (14), errno  stat
+ *   27041 (8), errno   open
+ *   27043 (3), errno   seek; of a FIFO: ESPIPE, at once
+ *   27047 (5), errno   short read
+ *   27047 (6)          no valid header
+ *   27045 (7), errno   close
+ */
+size_t skgfgb1off(slerc *se, text *fnamep, size_t fnamel);
 
 /* Raises the process's soft open-files limit to the hard one.
  *
@@ -198,14 +215,15 @@ ub4 skgfrofl(slerc *se, skgfrctx *ctx, ub4 maxneed);
  * These take a descriptor that stays the caller's, use no file position and no error record; errno
  * is as the last failing call left it. Sizes are in bytes; 0 means unknown. */
 
-/* The size of a device: by its size request, by its raw binding, or by probing. */
+/* The size of a device: by its size request, by its raw binding, or by probing. The first that
+ * answers wins; when its answer is 0, errno is that of its own failing call, or 0. */
 off64_t skgfgrs(sword fd);
 
 /* The same through res; always returns 0. */
 int skgfgrswpc(sword fd, off64_t *res);
 
-/* By the size request (BLKGETSIZE of linux/fs.h, in sectors of 512 bytes). 0, or -1 with *res
- * untouched. */
+/* By the size request (BLKGETSIZE of linux/fs.h, in sectors of 512 bytes; BLKGETSIZE64 where their
+ * number does not fit a word). 0, or -1 with *res untouched. */
 int skgfgrsbdev(int fd, off64_t *res);
 
 /* Of a raw device, by the block device it is bound to (RAW_GETBIND on /dev/rawctl). 0 or -1. */
@@ -233,8 +251,11 @@ enum {
 /* Creates the named file, or takes over an existing device, and writes block 0.
  *
  * lblksiz: bytes in a block. nblocks: blocks behind block 0; all ones: no length is set. type
- * matters for skgfrfDCVT only. Data blocks are not written. Block 0 is on stable storage on return.
- * A file that this call created is removed again when it fails, but for a failing close. Fails with
+ * matters for skgfrfDCVT only. Data blocks are not written. On return block 0 is on stable storage,
+ * and so are a new file's length, its entry in its folder and the folders made for it: the folder has
+ * to be readable. A file that this call created is removed again when it fails, but for a failing
+ * close, or when another file has taken its name meanwhile: that one is neither changed nor removed.
+ * Fails with
  *   27035 (size, 1)    the block size is 0, not a multiple of 512, or over 16384
  *   27036 (code, 1)    name
  *   27037 (1), errno   stat
@@ -243,14 +264,14 @@ enum {
  *   27039 (3)          over the process's file-size limit
  *   27054 (0), errno   a directory could not be made
  *   27038 (2), errno   appeared meanwhile
- *   27040 (0), errno   creation, or opening again for direct I/O
+ *   27040 (0), errno   creation, or turning to direct I/O
  *   27037 (2), errno   stat of the new file
  *   27041 (1), errno   opening the device
  *   27042 (1)          the device is too small; nothing is written
  *   27043 (1), errno   seek
  *   27044 (2), errno   no memory for the old layout
  *   27044 (3), errno   write
- *   27044 (4), errno   setting the length
+ *   27044 (4), errno   setting the length, or flushing the file or its folders
  *   27045 (1), errno   close
  */
 void skgfrcre(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type, size_t lblksiz,
@@ -271,7 +292,8 @@ void skgfrcre(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type
  *   27044 (6), errno   no memory for the old layout
  *   27044 (7), errno   write
  *   27059 (2), errno   setting the length
- *   27042 (2)          the device does not reach so far; fib's last block is then 0
+ *   27042 (2)          the device tells no size, and the last block cannot be read; fib's last block is
+ *                      then 0
  *   27042 (3)          the device is smaller; fib's last block is then 0
  *   27045 (4), errno   close; fib is updated
  */
@@ -299,7 +321,7 @@ void skgfrser(slerc *se, skgfrctx *ctx, skgfrfib *fib, ub2 count);
 /* Flags of skgfofi. */
 enum {
   skgfofiWRITE = 0x02,   /* read-write; else read-only */
-  skgfofiDSYNC = 0x04,   /* synchronous data writes */
+  skgfofiDSYNC = 0x04,   /* synchronous data writes; a device is not flushed in any other way */
   skgfofiDSYNC2 = 0x08,  /* the same */
   skgfofiNOMIRROR = 0x20 /* call skgfrersr on the handle */
 };
@@ -307,26 +329,38 @@ enum {
 /* Opens an identified file into iov; a handle that is open is closed first.
  *
  * inmaxaio: asynchronous requests wanted at once. EIO is retried five times, a second apart, and
- * reported through the client's trace. The descriptor is none of 0, 1 and 2. Fails, with iov as it
- * was, with
+ * reported through the client's trace. Of closing the previous file only 27045 is told; close it
+ * with skgfcfi to hear of a failing flush. Fails, with iov as it was, with
  *   27050 (1, seal)        the file is not identified
  *   27051 (1)              forced failure
  *   27077                  as many files are open as may be
  *   27092 (limit, needed)  over the process's file-size limit, both in blocks
- *   27045 (3), errno       closing the handle's previous file
+ *   27073 (count)          so many asynchronous requests are outstanding on the handle
+ *   27045 (3), errno       closing the handle's previous file, as with skgfcfi
  * and, with iov not open, with
  *   27041 (3), errno       open
  *   27060, errno           close-on-exec
  */
 void skgfofi(slerc *se, skgfrctx *ctx, skgfrfib *fib, skgfriov *iov, uword inmaxaio, ub4 flags);
 
-/* Closes a handle; a file that was not written synchronously is flushed first.
+/* Closes a handle; a file that was not opened for synchronous writes is flushed first. Nothing is
+ * flushed on a device: see skgfsync.
  *
+ * The flush is an fsync of the whole file: it waits for all that anybody wrote to it, also when the
+ * handle only read. A handle opened with skgfofiDSYNC, which costs nothing where nothing is written,
+ * is closed without. The process's locks on the file end.
+ *
+ * What the system reports only at a close (a network file system: writes that it could not deliver)
+ * is brought out while a handle that may write still has its descriptor. After 27045 iov is open, its
+ * descriptor works, and another close succeeds unless there is something new to report; but the
+ * process's locks on the file are gone, as after any close of it: take them again with skgfglk.
  * Fails with
  *   27050 (2, seal)    the handle is not open
  *   27073 (count)      so many asynchronous requests are outstanding; iov stays open and is marked
- *   27052 (1), errno   flush; iov is closed nevertheless
- *   27045 (3), errno   close; iov stays as it is
+ *   27045 (3), errno   close; iov stays open
+ *   27052 (1), errno   flush, or a close that took the descriptor: of a handle that cannot write, after
+ *                      one that reported nothing, or with no descriptor free to try it first; iov is
+ *                      closed nevertheless
  */
 void skgfcfi(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
@@ -347,8 +381,13 @@ void skgfglk(slerc *se, skgfrctx *ctx, skgfriov *iov, boolean share);
 /* Releases the lock. Fails with 27050 (12, seal) or 27089 (11), errno. */
 void skgfrlk(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
-/* Flushes what was written, unless writes are synchronous. Fails with 27050 (3, seal) or
- * 27052 (2), errno. */
+/* Flushes what was written through a handle of a file; does nothing where it was opened for
+ * synchronous writes, and nothing on a device.
+ *
+ * A device that was not opened with skgfofiDSYNC is thus never flushed, neither here nor at its close:
+ * what was written may be lost with the power, in the cache of the disk or of a character device's
+ * driver. Open with skgfofiDSYNC what is to be on stable storage.
+ * Fails with 27050 (3, seal) or 27052 (2), errno. */
 void skgfsync(slerc *se, skgfrctx *ctx, skgfriov *iov);
 
 /* How a vectored request on the handle is best presented.
@@ -400,15 +439,20 @@ enum {
  *   27067 (1, length)      a vector's buffer: as 27067 below
  *   27068 (1, address)     a vector's buffer: as 27068 below
  *   27066 (buffers, 128)   a vector too long, where checking is off
+ *   27069 (block, blocks, last)  a vectored write that would end behind the file's last block, where
+ *                          checking is on and the end is known; slercerrno stays as it was
  * or, with skgfriIOERROR, with
  *   27071 (block), errno            seek
  *   27072 (3, block, bytes), errno  a vectored transfer failed or came up short
  *   27072 (4, block, bytes), errno  a plain one
  *   27072 (5, block, bytes), errno  one that was asynchronous, on a file that does none
  *   27070 (1, block), errno         the submission of one request
- *   27070 (2), errno                the submission of a list
- * A submitted request is skgfriPEND until a call below delivers it. One that finds no room is
- * skgfriLATER, without an error: queue it again after collecting completions.
+ *   27070 (2), errno                the submission of a list: a request that the kernel took and gave
+ *                                   back with an error, or the first of a list of which it took
+ *                                   nothing, for a reason that waiting does not change
+ * A submitted request is skgfriPEND until a call below delivers it. One that finds no room, or stands
+ * behind one that failed so, is skgfriLATER, without an error: queue it again after collecting
+ * completions.
  */
 uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags);
 
@@ -426,7 +470,8 @@ uword skgfqio(skgfrctx *ctx, kgglk *reqhdr, ub4 flags);
  *   27067 (2, length)            0, not a whole number of blocks, or over 1 MiB
  *   27068 (2, address)           not a multiple of 512
  *   27068 (3, address)           the block size is unknown, and the block is not 1
- *   27069 (block, count, last)   outside the file's blocks
+ *   27069 (block, count, last)   it begins before the file's first block or ends behind its last; a
+ *                                vector counts 0 blocks here; a last of all ones bounds nothing
  */
 boolean skgfrvldtrq(kgglk *reqhdr, ub4 flags, skgfrctx *ctx, ub4 req_num, skgfrrq **req,
                     skgfrrq **valid, aiocb64 **aio_array, ub4 *nval);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "sysl/sysl.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -22,10 +23,7 @@ class Message {
     used_ += length;
   }
 
-  void append(const text *piece) {
-    const char *const chars = reinterpret_cast<const char *>(piece);
-    append(chars, std::strlen(chars));
-  }
+  void append(const text *piece) { append(sysl::chars(piece), std::strlen(sysl::chars(piece))); }
 
   /// Puts the NUL over the last character, normally the newline that ends the last line.
   size_t finish() {

@@ -5,6 +5,7 @@
 
 #include "sysl/error_sites.hpp"
 #include "sysl/sysl.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -13,7 +14,7 @@ using namespace sysl;
 constexpr size_t longest_absolute = 512;
 const text default_directory[] = "?/dbs";
 
-size_t length_of(const text *name) { return std::strlen(reinterpret_cast<const char *>(name)); }
+size_t length_of(const text *name) { return std::strlen(chars(name)); }
 
 bool is_placed(const text *name) { return name[0] == '/' || name[0] == '+'; }
 
@@ -62,11 +63,11 @@ void remove_current_directory_steps(text *name) {
 }  // namespace
 
 int slnpd(const text *name) {
-  const char *const chars = reinterpret_cast<const char *>(name);
-  const char *const climb = std::strstr(chars, "..");
+  const char *const start = sysl::chars(name);
+  const char *const climb = std::strstr(start, "..");
   if (!climb) return 0;
-  const char *const slash = std::strrchr(chars, '/');
-  return climb <= (slash ? slash + 1 : chars) ? 1 : 0;
+  const char *const slash = std::strrchr(start, '/');
+  return climb <= (slash ? slash + 1 : start) ? 1 : 0;
 }
 
 void slnrm(slerc *se, const text *name, size_t namel, text *out, size_t outsize, size_t *outl) {

@@ -10,6 +10,7 @@
 
 #include "sysl/error_sites.hpp"
 #include "sysl/sysl.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -19,9 +20,6 @@ constexpr size_t path_room = 512;  // 511 characters and a NUL
 
 /// The search list of the process; null until the first search filled it.
 const char *search_list = nullptr;
-
-const char *chars(const text *name) { return reinterpret_cast<const char *>(name); }
-const text *texts(const char *name) { return reinterpret_cast<const text *>(name); }
 
 /// Fills the search list from the environment variable unless an earlier call did.
 bool fill_search_list(slerc *se, const text *variable) {

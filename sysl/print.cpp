@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "sysl/sysl.h"
+#include "sysl/text.hpp"
 
 int slzprintf(const char *fmt, ...) {
   va_list arguments;
@@ -15,7 +16,7 @@ int slzprintf(const char *fmt, ...) {
 int lstprintf(text *dst, const char *fmt, ...) {
   va_list arguments;
   va_start(arguments, fmt);
-  const int written = std::vsprintf(reinterpret_cast<char *>(dst), fmt, arguments);
+  const int written = std::vsprintf(sysl::chars(dst), fmt, arguments);
   va_end(arguments);
   return written;
 }

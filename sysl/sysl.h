@@ -118,15 +118,18 @@ typedef void (*sslsighdl)(int);
 enum {
   sslssFINAL = 1,     /* called last, after the signal mask was restored; one per signal */
   sslssEXCLUSIVE = 2, /* only on a signal without slots; then no other registration */
-  sslssNORESTART = 8, /* interrupted system calls are not restarted (first registration only) */
-  sslssONSTACK = 16,  /* run on the alternate stack (first registration only) */
+  sslssNORESTART = 8, /* interrupted system calls are not restarted */
+  sslssONSTACK = 16,  /* run on the alternate stack */
   sslssUNSUPPORTED = 32
 };
 
 /* Registers handler, with ctx, for the signal signo (1 to 64); flags are the bits above.
  *
- * The first registration of a signal installs the common dispatcher; a handler that the process had
- * before is remembered and called after the registered ones. Newest slots are called first.
+ * The first registration of a signal installs the common dispatcher, with SA_SIGINFO and what
+ * sslssNORESTART and sslssONSTACK choose; on later ones these two have no effect. A handler that the
+ * process had before is remembered and called after the registered ones, and its sa_flags are then the
+ * dispatcher's instead: neither of the two has an effect, and the system's restarting is that handler's.
+ * Newest slots are called first. The calling thread ends with the signal unblocked.
  * Returns the slot number, from 1 per signal; -1 on failure. Sets slercoer to 0 on entry; a failure
  * clears the record and sets
  *   21110 (signo, 64)          signo is out of range;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sysl/text.hpp"
 #include "tool/vdprep.h"
 
 namespace {
@@ -27,7 +28,7 @@ size_t stamp(char (&line)[line_room]) {
 
 /// The known parameters; the rest keep the layer's defaults.
 const char *answer(const vdprepctx *ctx, const text *name) {
-  const char *const key = reinterpret_cast<const char *>(name);
+  const char *const key = sysl::chars(name);
   if (std::strcmp(key, "filesystemio_options") == 0) return "directio";
   if (std::strcmp(key, "_hard_protect") == 0) return ctx->kvs_vdprepctx ? "true" : "false";
   return nullptr;
@@ -67,14 +68,13 @@ void vdprep_slerc(slerc *se, text *func) {
   text message[error_text_room];
   const size_t length = slcgems(se, message, sizeof message - 1);
   message[length] = 0;
-  slzprintf("%s: %s\n", reinterpret_cast<const char *>(func),
-            reinterpret_cast<const char *>(message));
+  slzprintf("%s: %s\n", sysl::chars(func), sysl::chars(message));
 }
 
 boolean vdprep_getparam(skgcbctx *ctx, const text *parname, uword *, void *pval, text **pstr,
                         const text *defstr, const size_t defval) {
   if (const char *const known = answer(own(ctx), parname)) {
-    *pstr = reinterpret_cast<text *>(const_cast<char *>(known));
+    *pstr = sysl::texts(const_cast<char *>(known));
     *static_cast<uword *>(pval) = static_cast<uword>(std::strlen(known));
     return TRUE;
   }

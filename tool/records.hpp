@@ -3,8 +3,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
-#include "skgfr/base/aligned_buffer.hpp"
 #include "skgfr/skgfr.h"
 
 namespace vdprep {
@@ -27,7 +27,11 @@ class Records {
   }
 
   /// Where block 0 is built in its area.
-  void *block0() const { return skgfr::align_up(block0buf, area_alignment); }
+  void *block0() const {
+    void *block = block0buf;
+    size_t room = 2 * area_alignment;  // what lies behind the alignment does not matter
+    return std::align(area_alignment, 1, block, room);
+  }
 
   skgfrctx *context = nullptr;
   skgfrwcx *waitcx = nullptr;

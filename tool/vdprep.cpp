@@ -7,7 +7,8 @@
 
 #include <cstring>
 
-#include "skgfr/base/list.hpp"
+#include "skgfr/client.h"
+#include "sysl/text.hpp"
 #include "tool/records.hpp"
 
 namespace {
@@ -47,12 +48,12 @@ struct Run {
   Records records;
 
   skgcbctx *callback_context() { return reinterpret_cast<skgcbctx *>(&callbacks); }
-  const char *name_chars() const { return reinterpret_cast<const char *>(name); }
+  const char *name_chars() const { return sysl::chars(name); }
   void begin() { se.slercoer = 0; }
   bool failed() const { return se.slercoer != 0; }
 
   Status report(const char *function) {
-    vdprep_slerc(&se, reinterpret_cast<text *>(const_cast<char *>(function)));
+    vdprep_slerc(&se, sysl::texts(const_cast<char *>(function)));
     return layer_failed;
   }
 };
@@ -62,7 +63,7 @@ Status parse(Run &run, sb4 argc, text **argv) {
     slzprintf("Usage: vdprep <filetype> <filename>\n");
     return bad_usage;
   }
-  const char *const keyword = reinterpret_cast<const char *>(argv[1]);
+  const char *const keyword = sysl::chars(argv[1]);
   for (const FileType &known : file_types) {
     if (std::strcmp(keyword, known.keyword) == 0) run.file_type = &known;
   }
@@ -117,10 +118,14 @@ Status initialise(Run &run) {
   return done;
 }
 
+ub8 size_now(Run &run) {
+  run.begin();
+  return skgfgfsz(&run.se, run.records.context, run.name, run.name_length);
+}
+
 /// A size that cannot be found shows again, with its reason, when the file is identified.
 Status measure(Run &run) {
-  run.begin();
-  run.size = skgfgfsz(&run.se, run.records.context, run.name, run.name_length);
+  run.size = size_now(run);
   return done;
 }
 
@@ -166,11 +171,13 @@ bool close(Run &run) {
   return !run.failed();
 }
 
-/// Extends the file to the next registry block. A size that is unknown, or too large to be said in
-/// blocks, must never cut a file: then nothing is resized.
+/// Extends the file to the next registry block. A size that is unknown, too large to be said in blocks
+/// or no longer the file's must never cut a file: then nothing is resized. What the file gains from here
+/// to the resize itself would still be lost, so nothing comes in between.
 bool resize(Run &run, ub8 new_size) {
   const ub8 blocks = new_size / plain_block_size;
   if (run.size == unknown_size || blocks > skgfrUNKNOWN) return false;
+  if (size_now(run) != run.size) return false;
   run.begin();
   skgfrsz(&run.se, run.records.context, run.records.fib, static_cast<ub4>(blocks));
   return !run.failed();
@@ -216,8 +223,8 @@ Status build_header(Run &run) {
 Status write_header(Run &run) {
   skgfrrq request{};
   kgglk requests;
-  skgfr::make_empty(requests);
-  skgfr::push_back(requests, request.link_skgfrrq);
+  skgfr_make_list(&requests);
+  skgfr_append(&requests, &request);
   request.iov_skgfrrq = run.records.iov;
   request.iosb_skgfrrq = run.records.iostat;
   request.blockno_skgfrrq = header_block;

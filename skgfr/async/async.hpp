@@ -1,5 +1,5 @@
-// What the other rooms use of asynchronous I/O: control blocks, and the steps in which a request is
-// counted, converted and taken back.
+// What the other rooms use of asynchronous I/O: the private status of a request, its control block, and
+// the ways in which a request leaves the usual course.
 //
 //   prepared --submitted--> in the kernel --reaped--> on the done queue --completed--> --delivered
 //                                                     (at once, or at delivery when suspended)
@@ -24,8 +24,12 @@ enum QueueState : sword {
   completion_due = 0x2,  // its status block is filled at delivery
 };
 
-/// Phases of skgfrciohdlr.
-enum CompletionPhase : ub1 { queue_phase = 0x1, complete_phase = 0x2 };
+/// Makes the private status that of a new request, on no list.
+inline void begin_request(skgfrsisb *request, skgfrsiov *handle) {
+  make_empty(request->link_skgfrsisb);
+  request->qstatus_skgfrsisb = 0;
+  request->iov_skgfrsisb = handle;
+}
 
 /// Readies a control block for one transfer; its completion event will lead back to it.
 inline void prepare(aiocb64 &block, int fd, const skgfrbd &buffer, off64_t offset, bool read) {
@@ -38,34 +42,16 @@ inline void prepare(aiocb64 &block, int fd, const skgfrbd &buffer, off64_t offse
   block.__error_code = 0;
   block.__aio_key = in_progress;
 }
+inline void prepare(skgfrsisb &request, int fd, const skgfrbd &buffer, off64_t offset, bool read) {
+  prepare(request.aio64req_skgfrsisb, fd, buffer, offset, read);
+  request.aiosize_skgfrsisb = buffer.blen_skgfrbd;
+}
 
 /// Counts a request that was carried out at once as pending, and lists it to be reported complete.
 void convert_pending(skgfrctx *ctx, skgfrsisb *request);
 
-/// Reports a converted request as done.
-void report_converted(skgfrctx *ctx, skgfrsisb *request);
-
-/// Takes over a completion from the kernel, in the phases given.
-void reaped(skgfrctx *ctx, aiocb64 *block, long result, ub1 phases);
-
-/// Takes a request off the done queue and out of its counter; it was reaped, but is not delivered.
-inline void take_off_done_queue(skgfrctx *ctx, skgfrsisb *request) {
-  unlink(request->link_skgfrsisb);
-  --ctx->aiodone_skgfrctx;
-}
-
-/// Requests in the kernel: pending ones that were not converted.
-inline uword pending_in_kernel(const skgfrctx *ctx) {
-  uword converted = 0;
-  const kgglk *const head = &ctx->conv_skgfrctx;
-  for (const kgglk *link = head->kgglknxt; link != head; link = link->kgglknxt) ++converted;
-  return ctx->aiopend_skgfrctx - converted;
-}
-
-/// Whether the kernel still holds support probes that were given up.
-bool awaits_late_probes();
-
-/// Whether a completion belongs to one of them; if so, that one is released.
-bool is_late_probe(const void *data);
+/// Takes a request that is answered otherwise off the done queue, if the kernel took it and it is back
+/// already: it must not be delivered as well.
+void withdraw(skgfrctx *ctx, skgfrsisb *request);
 
 }  // namespace skgfr

@@ -1,28 +1,18 @@
-// Collects completion events from the kernel and hands each to the completion handler.
-#include <cerrno>
-
-#include "skgfr/async/async.hpp"
-#include "skgfr/base/extensions.hpp"
-#include "skgfr/base/kernel_aio.hpp"
-#include "skgfr/base/list.hpp"
+// Collecting completion events from the kernel, as clients of the engine reach it.
+#include "skgfr/async/steps.hpp"
 #include "skgfr/skgfr.h"
 
 namespace {
 
 using namespace skgfr;
 
-constexpr int most_events = 1024;
-
-/// Waits for events; -1 with errno when there are none, which a time-out turns into EAGAIN.
-int wait_for_events(const skgfrctx *ctx, const timespec *timeout, io_event *events) {
-  timespec limit = timeout ? *timeout : timespec{};
-  errno = 0;
-  const int count = kernel_aio::entry_points().getevents(ctx->ioctx_skgfrctx, 1, most_events,
-                                                         events, timeout ? &limit : nullptr);
-  if (count > 0) return count;
-  if (count != -1 && errno == 0) errno = -count;
-  if (count == 0 || errno == ETIMEDOUT) errno = EAGAIN;
-  return -1;
+/// Lists the control blocks of the requests that came onto the done queue last, in the order of their
+/// completion, as far as there is room.
+void list_reaped(const skgfrctx *ctx, unsigned int count, aiocb64 **list, unsigned int room) {
+  kgglk *link = ctx->qdone_skgfrctx.kgglknxt;
+  for (; count > 0; link = link->kgglknxt) {
+    if (--count < room) list[count] = &owner_of(link)->aio64req_skgfrsisb;
+  }
 }
 
 /// Whether a block of the list is done.
@@ -38,37 +28,19 @@ bool any_completed(const aiocb64 **list, int count) {
 long skgfr_reap64(skgfrctx *ctx, const struct timespec *timeout, unsigned int waitfor,
                   aiocb64 **out_list, int listsize, unsigned int *completed_count,
                   boolean suspend) {
-  const ub1 phases = suspend ? queue_phase : queue_phase | complete_phase;
-  io_event events[most_events];
-  unsigned int done = *completed_count = 0;
-  long last = 0;
-  while (pending_in_kernel(ctx) != 0) {
-    const int count = wait_for_events(ctx, timeout, events);
-    if (count < 0) return -1;
-    last = 0;
-    const bool look_for_probes = awaits_late_probes();
-    for (int i = 0; i < count; ++i) {
-      if (look_for_probes && is_late_probe(events[i].data)) continue;
-      aiocb64 *const block = static_cast<aiocb64 *>(events[i].data);
-      reaped(ctx, block, static_cast<long>(events[i].res), phases);
-      const unsigned int at = done + static_cast<unsigned int>(last);
-      if (out_list && at < static_cast<unsigned int>(listsize)) out_list[at] = block;
-      ++last;
-    }
-    ctx->aiopend_skgfrctx -= static_cast<uword>(last);
-    *completed_count = done += static_cast<unsigned int>(last);
-    if (done >= waitfor || done >= static_cast<unsigned int>(listsize)) break;
-  }
-  if (done >= waitfor) return last;
-  errno = pending_in_kernel(ctx) == 0 ? E2BIG : EAGAIN;
-  return -1;
+  const unsigned int room = static_cast<unsigned int>(listsize);
+  const int last = suspend
+                       ? reap<Completion::at_delivery>(ctx, timeout, waitfor, room, completed_count)
+                       : reap<Completion::at_once>(ctx, timeout, waitfor, room, completed_count);
+  if (out_list) list_reaped(ctx, *completed_count, out_list, room);
+  return last;
 }
 
 int skgfr_suspend64(skgfrctx *ctx, const aiocb64 **list, int nent, const struct timespec *timeout) {
   int total = 0;
   while (total < nent) {
     unsigned int reaped = 0;
-    const long result = skgfr_reap64(ctx, timeout, 1, nullptr, most_events, &reaped, TRUE);
+    const int result = reap<Completion::at_delivery>(ctx, timeout, 1, most_events, &reaped);
     total += static_cast<int>(reaped);
     if (result == -1 || any_completed(list, nent)) break;
   }

@@ -1,29 +1,26 @@
 // The one owner of an I/O buffer on the heap, aligned for direct I/O.
 #pragma once
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "skgfr/base/errno_guard.hpp"
+#include "skgfr/client.h"
 
 namespace skgfr {
 
-/// What direct I/O asks of addresses, lengths and offsets, in bytes.
-inline constexpr size_t sector_size = 512;
+/// What direct I/O asks of addresses, lengths and offsets, in bytes: of clients, as most disks do, and
+/// the most that a disk asks. Our own buffers suit every disk.
+inline constexpr size_t sector_size = skgfr_alignment;
+inline constexpr size_t largest_sector = 4096;
 
-/// The first address from memory on that is a multiple of alignment, a power of two.
-inline void *align_up(void *memory, size_t alignment) {
-  const size_t past = reinterpret_cast<uintptr_t>(memory) & (alignment - 1);
-  return static_cast<char *>(memory) + (past ? alignment - past : 0);
-}
-
-/// A zeroed buffer at a multiple of 512. Empty, with errno set, when there is no memory.
+/// A zeroed buffer for direct I/O. Empty, with errno set, when there is no memory.
 class AlignedBuffer {
  public:
-  explicit AlignedBuffer(size_t size) : memory_(std::malloc(size + sector_size - 1)) {
-    if (memory_) std::memset(data(), 0, size);
+  explicit AlignedBuffer(size_t size) {
+    const size_t whole_sectors = (size + largest_sector - 1) / largest_sector * largest_sector;
+    memory_ = std::aligned_alloc(largest_sector, whole_sectors);
+    if (memory_) std::memset(memory_, 0, whole_sectors);
   }
   AlignedBuffer(const AlignedBuffer &) = delete;
   AlignedBuffer &operator=(const AlignedBuffer &) = delete;
@@ -34,7 +31,7 @@ class AlignedBuffer {
 
   explicit operator bool() const { return memory_ != nullptr; }
 
-  void *data() const { return align_up(memory_, sector_size); }
+  void *data() const { return memory_; }
 
  private:
   void *memory_;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "skgfr/records.h"
+#include "sysl/text.hpp"
 
 namespace skgfr::client {
 
@@ -16,8 +17,8 @@ inline bool answers_parameters(const skgfrctx *ctx) {
 /// Asks a number. False, with value as it was, when nobody answers; the client's own result else.
 inline bool ask_number(skgfrctx *ctx, const char *name, uword &value, size_t otherwise = 0) {
   if (!answers_parameters(ctx)) return false;
-  return table(ctx)->getparam_skgcb(ctx->cbctx_skgfrctx, reinterpret_cast<const text *>(name),
-                                    nullptr, &value, nullptr, nullptr, otherwise) != FALSE;
+  return table(ctx)->getparam_skgcb(ctx->cbctx_skgfrctx, sysl::texts(name), nullptr, &value,
+                                    nullptr, nullptr, otherwise) != FALSE;
 }
 
 /// Asks a text; null when the client does not know it.
@@ -25,9 +26,8 @@ inline const text *ask_text(skgfrctx *ctx, const char *name) {
   ub4 length = 0;
   text *word = nullptr;
   if (!answers_parameters(ctx)) return nullptr;
-  const boolean known =
-      table(ctx)->getparam_skgcb(ctx->cbctx_skgfrctx, reinterpret_cast<const text *>(name), nullptr,
-                                 &length, &word, nullptr, 0);
+  const boolean known = table(ctx)->getparam_skgcb(ctx->cbctx_skgfrctx, sysl::texts(name), nullptr,
+                                                   &length, &word, nullptr, 0);
   return known ? word : nullptr;
 }
 

@@ -1,7 +1,7 @@
 // Initialises a layer context: lists, limits, the client's answers, the wake-up signal, and kernel
 // asynchronous I/O.
 //
-// No operation tears a context down: it lives until the process ends.
+// async/end_context gives back what a context holds; one that nobody ends lives until the process does.
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -66,7 +66,20 @@ bool read_size_limit(slerc *se, skgfrctx *ctx) {
   return true;
 }
 
+/// Keeps the thread's signal mask: a registration ends with its signal unblocked.
+class SignalMaskGuard {
+ public:
+  SignalMaskGuard() { sigprocmask(SIG_SETMASK, nullptr, &before_); }
+  ~SignalMaskGuard() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  SignalMaskGuard(const SignalMaskGuard &) = delete;
+  SignalMaskGuard &operator=(const SignalMaskGuard &) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 void register_wakeup(slerc *se, skgfrctx *ctx) {
+  const SignalMaskGuard guard;
   const sword slot = sslssreghdlr(se, SIGWINCH, skgfrsigwinch, nullptr, 0);
   if (slot != -1) {
     ctx->sigwinchslot_skgfrctx = slot;
@@ -77,7 +90,8 @@ void register_wakeup(slerc *se, skgfrctx *ctx) {
   if (!in_place) fail(se, sites::context_wakeup_unregistered);
 }
 
-/// The signal must end a blocking call, so it may not restart it.
+/// The signal must end a blocking call, so it may not restart it. Where the process had a handler that
+/// restarts, the dispatcher brings the flag back with the first signal; kernel waits end all the same.
 void stop_restarting(slerc *se) {
   struct sigaction action;
   if (sigaction(SIGWINCH, nullptr, &action) != 0) {

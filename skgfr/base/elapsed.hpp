@@ -14,11 +14,11 @@ inline ub4 elapsed(ub4 start, ub4 now) {
 /// Reads the clock when a request asks to be timed.
 class Stopwatch {
  public:
-  explicit Stopwatch(const skgfriosb *status) : result_(status->time_skgfriosb) {
-    if (result_) start_ = now();
+  explicit Stopwatch(const skgfriosb *status) {
+    if (status->time_skgfriosb) start_ = now();
   }
-  void store() const {
-    if (result_) *result_ = elapsed(start_, now());
+  void store(const skgfriosb *status) const {
+    if (status->time_skgfriosb) *status->time_skgfriosb = elapsed(start_, now());
   }
 
  private:
@@ -27,7 +27,6 @@ class Stopwatch {
     return slgcs(&ignored);
   }
 
-  ub4 *result_;
   ub4 start_ = 0;
 };
 

@@ -25,6 +25,8 @@ inline constexpr Site context_size_limit{27032, 1};
 inline constexpr Site context_wakeup_unregistered{27048};
 inline constexpr Site context_wakeup_unread{27049, 1};
 inline constexpr Site context_wakeup_unchanged{27049, 2};
+inline constexpr Site end_outstanding{27073, 0, SiteWord::none};
+inline constexpr Site end_refused{27083};
 
 // Block 0
 inline constexpr Site header_old_layout_memory{27044, 8};
@@ -33,13 +35,6 @@ inline constexpr Site upgrade_seal{27050, 2};
 inline constexpr Site upgrade_memory{27044, 9};
 inline constexpr Site upgrade_seek{27043, 6};
 inline constexpr Site upgrade_write{27044, 10};
-inline constexpr Site block1_name{27036, 7, SiteWord::second};
-inline constexpr Site block1_stat{27037, 14};
-inline constexpr Site block1_open{27041, 8};
-inline constexpr Site block1_seek{27043, 3};
-inline constexpr Site block1_read{27047, 5};
-inline constexpr Site block1_invalid{27047, 6};
-inline constexpr Site block1_close{27045, 7};
 
 // Identification
 inline constexpr Site identify_block_size{27035, 2, SiteWord::second};
@@ -71,6 +66,18 @@ inline constexpr Site block_size_seek{27043, 5};
 inline constexpr Site block_size_read{27047, 3};
 inline constexpr Site block_size_invalid{27047, 4};
 inline constexpr Site block_size_close{27045, 6};
+inline constexpr Site block1_name{27036, 7, SiteWord::second};
+inline constexpr Site block1_stat{27037, 14};
+inline constexpr Site block1_open{27041, 8};
+inline constexpr Site block1_seek{27043, 3};
+inline constexpr Site block1_read{27047, 5};
+inline constexpr Site block1_invalid{27047, 6};
+inline constexpr Site block1_close{27045, 7};
+inline constexpr Site sector_size_name{27036, 13, SiteWord::second};
+inline constexpr Site sector_size_stat{27037, 15};
+inline constexpr Site sector_size_open{27041, 9};
+inline constexpr Site reach_seal{27050, 13};
+inline constexpr Site reach_block_size{27035, 5, SiteWord::second};
 inline constexpr Site open_limit_unread{27074};
 inline constexpr Site open_limit_low{27075};
 inline constexpr Site open_limit_unchanged{27076};

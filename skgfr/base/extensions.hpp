@@ -60,6 +60,12 @@ inline skgfrsisb *owner_of(kgglk *link) {
   return reinterpret_cast<skgfrsisb *>(link);
 }
 
+/// The request around its link.
+inline skgfrrq *request_of(kgglk *link) {
+  static_assert(offsetof(skgfrrq, link_skgfrrq) == 0);
+  return reinterpret_cast<skgfrrq *>(link);
+}
+
 inline ub4 seal_of(const skgfrsfib *file) { return file->seal_skgfrsfib; }
 inline ub4 seal_of(const skgfrsiov *handle) { return handle->seal_skgfrsiov; }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "skgfr/records.h"
+#include "skgfr/skgfr.h"
 
 namespace skgfr {
 
@@ -30,9 +31,12 @@ inline ub4 size_limit_in_blocks(const skgfrctx *ctx, size_t block_size) {
 
 inline bool exceeds(ub4 blocks, ub4 limit) { return limit != skgfrUNKNOWN && limit < blocks; }
 
-/// Whether writes through the handle reach stable storage without a flush.
-inline bool is_flushed_by_itself(const skgfrsiov *handle) {
-  return (handle->fsync_skgfrsiov & 0x0C) != 0;
+/// The bits of open flags that ask for synchronous writes. A handle keeps them in fsync_skgfrsiov,
+/// where either means that it is never flushed; so does a handle of a device.
+inline constexpr uword synchronous_writes = skgfofiDSYNC | skgfofiDSYNC2;
+
+inline bool is_never_flushed(const skgfrsiov *handle) {
+  return (handle->fsync_skgfrsiov & synchronous_writes) != 0;
 }
 
 }  // namespace skgfr

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "skgfr/base/error_sites.hpp"
-#include "skgfr/records.h"
+#include "skgfr/client.h"
+#include "sysl/text.hpp"
 
 namespace skgfr {
 
 inline constexpr size_t name_room = sizeof(skgfrfib::fnm_skgfrfib);  // 512 characters and a NUL
+static_assert(name_room == skgfr_longest_name + 1);
 
 /// Normalises into out, of name_room bytes; false, with the recoded failure in se.
 inline bool normalise(slerc *se, const text *name, size_t length, text *out, size_t *out_length,
@@ -23,8 +25,8 @@ class FileName {
   bool normalise(slerc *se, const text *name, size_t length, const Site &site) {
     return skgfr::normalise(se, name, length, name_, &length_, site);
   }
-  const char *chars() const { return reinterpret_cast<const char *>(name_); }
-  char *chars() { return reinterpret_cast<char *>(name_); }
+  const char *chars() const { return sysl::chars(name_); }
+  char *chars() { return sysl::chars(name_); }
 
  private:
   text name_[name_room];
@@ -32,8 +34,6 @@ class FileName {
 };
 
 /// The name that identification left in a record.
-inline const char *name_of(const skgfrfib *fib) {
-  return reinterpret_cast<const char *>(fib->fnm_skgfrfib);
-}
+inline const char *name_of(const skgfrfib *fib) { return sysl::chars(fib->fnm_skgfrfib); }
 
 }  // namespace skgfr

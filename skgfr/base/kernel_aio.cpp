@@ -5,12 +5,8 @@
 
 namespace {
 
-using skgfr::kernel_aio::EntryPoints;
-
 // The second name is that of systems which changed the library's binary interface for 64-bit time.
 constexpr const char *library_names[] = {"libaio.so.1", "libaio.so.1t64"};
-
-EntryPoints entries{};
 
 void *open_library() {
   for (const char *const name : library_names) {
@@ -29,22 +25,23 @@ bool find(void *library, const char *name, Function &entry) {
 
 namespace skgfr::kernel_aio {
 
-const EntryPoints &entry_points() { return entries; }
+EntryPoints loaded{};
 
 bool load() {
-  if (entries.queue_init) return true;
+  if (loaded.queue_init) return true;
   void *const library = open_library();
   if (!library) return false;
 
   EntryPoints found{};
   const bool complete = find(library, "io_queue_init", found.queue_init) &&
+                        find(library, "io_queue_release", found.queue_release) &&
                         find(library, "io_submit", found.submit) &&
                         find(library, "io_getevents", found.getevents);
   if (!complete) {
     dlclose(library);
     return false;
   }
-  entries = found;
+  loaded = found;
   return true;
 }
 

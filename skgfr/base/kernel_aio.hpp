@@ -10,12 +10,14 @@ namespace skgfr::kernel_aio {
 
 struct EntryPoints {
   decltype(&io_queue_init) queue_init;
+  decltype(&io_queue_release) queue_release;
   decltype(&io_submit) submit;
   decltype(&io_getevents) getevents;
 };
 
-/// The entry points as they were found last; all null before load() found the library.
-const EntryPoints &entry_points();
+/// The entry points, all null before load() found the library; only load() writes them.
+extern EntryPoints loaded [[gnu::visibility("hidden")]];
+inline const EntryPoints &entry_points() { return loaded; }
 
 /// Loads the library unless an earlier call did. True when all entry points are present.
 bool load();

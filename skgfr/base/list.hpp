@@ -31,4 +31,13 @@ inline void unlink(kgglk &element) {
   make_empty(element);
 }
 
+/// Takes the first element off a list that is not empty.
+inline kgglk *pop_front(kgglk &head) {
+  kgglk *const first = head.kgglknxt;
+  head.kgglknxt = first->kgglknxt;
+  first->kgglknxt->kgglkprv = &head;
+  make_empty(*first);
+  return first;
+}
+
 }  // namespace skgfr

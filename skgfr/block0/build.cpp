@@ -26,6 +26,22 @@ void build_current(skgfrctx *ctx, void *block, const HeaderFields &fields, bool 
   layout::store(block, header);
 }
 
+void swap_fields(void *block, bool old_layout) {
+  const auto reverse = [block](const layout::Field &field) {
+    ub1 *first = static_cast<ub1 *>(block) + field.offset;
+    for (ub1 *last = first + field.width - 1; first < last; ++first, --last) {
+      const ub1 byte = *first;
+      *first = *last;
+      *last = byte;
+    }
+  };
+  if (old_layout) {
+    for (const layout::Field &field : layout::old_fields) reverse(field);
+  } else {
+    for (const layout::Field &field : layout::current_fields) reverse(field);
+  }
+}
+
 bool finish_layout(slerc *se, skgfrctx *ctx, void *block, size_t block_size, bool old_layout,
                    uword type, const Site &no_memory) {
   if (old_layout) {
@@ -94,18 +110,5 @@ void skgfrhblk_cvtpre10(skgfrctx *ctx, skgfrhblk *hbp) {
 void skgfrbcvt(skgfrctx *ctx, void *bp) {
   uword old_layout = 0;
   client::ask_number(ctx, "_xtts_allow_pre10", old_layout);
-
-  const auto reverse = [bp](const layout::Field &field) {
-    ub1 *first = static_cast<ub1 *>(bp) + field.offset;
-    for (ub1 *last = first + field.width - 1; first < last; ++first, --last) {
-      const ub1 byte = *first;
-      *first = *last;
-      *last = byte;
-    }
-  };
-  if (old_layout) {
-    for (const layout::Field &field : layout::old_fields) reverse(field);
-  } else {
-    for (const layout::Field &field : layout::current_fields) reverse(field);
-  }
+  swap_fields(bp, old_layout != 0);
 }

@@ -9,6 +9,9 @@ namespace skgfr {
 /// byte is that of the old layout when the header is to be converted to it.
 void build_current(skgfrctx *ctx, void *block, const HeaderFields &fields, bool old_layout);
 
+/// Reverses the bytes of each field of a header in this layout.
+void swap_fields(void *block, bool old_layout);
+
 /// Turns a built block into what is written: the old layout when wanted, the other byte order for
 /// skgfrfDCVT. False, with the failure in se and the block as it was, when there is no memory.
 bool finish_layout(slerc *se, skgfrctx *ctx, void *block, size_t block_size, bool old_layout,

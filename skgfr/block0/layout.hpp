@@ -18,14 +18,13 @@
 #include <cstddef>
 #include <cstring>
 
-#include "skgfr/records.h"
+#include "skgfr/client.h"
 
 namespace skgfr::layout {
 
 inline constexpr ub4 current_magic = 0x7A7B7C7D;
 inline constexpr ub4 old_magic = 0x5A5B5C5D;
 inline constexpr ub4 block_address = 0xFFC00000;
-inline constexpr size_t largest_block = 16384;
 inline constexpr ub1 uncoded_format = 0x02;
 
 static_assert(sizeof(kcbh) == 20 && sizeof(skgfrhblk) == 44 && sizeof(skgfrhblkv9) == 24);
@@ -83,7 +82,7 @@ void store(void *block, const Header &header) {
 inline bool is_magic(ub4 magic) { return magic == current_magic || magic == old_magic; }
 
 inline bool is_old_layout(const void *block) {
-  return load<skgfrhblk>(block).kcbh_skgfrhblk.rdba_kcbh <= largest_block;
+  return load<skgfrhblk>(block).kcbh_skgfrhblk.rdba_kcbh <= skgfr_largest_block;
 }
 
 /// The block size is coded in the top three bits: 512 is 1, 32768 is 7, any other size is 0.

@@ -30,18 +30,18 @@ size_t settle(skgfrctx *ctx, void *block, skgfrf type) {
 namespace skgfr {
 
 bool is_block_size(size_t size) {
-  return size != 0 && size % sector_size == 0 && size <= layout::largest_block;
+  return size != 0 && size % sector_size == 0 && size <= skgfr_largest_block;
 }
 
 HeaderRead read_header(skgfrctx *ctx, int fd, skgfrf type) {
-  alignas(sector_size) ub1 sector[sector_size];
+  alignas(largest_sector) ub1 block[largest_sector];  // a file may be shorter than that
   if (lseek64(fd, 0, SEEK_SET) != 0) return {HeaderOutcome::seek_failed, errno, 0};
 
-  const ssize_t got = read(fd, sector, sizeof sector);
+  const ssize_t got = read(fd, block, sizeof block);
   if (got < 0) return {HeaderOutcome::short_read, errno, 0};
-  if (got != static_cast<ssize_t>(sizeof sector)) return {HeaderOutcome::short_read, 0, 0};
+  if (got < static_cast<ssize_t>(sector_size)) return {HeaderOutcome::short_read, 0, 0};
 
-  const size_t block_size = settle(ctx, sector, type);
+  const size_t block_size = settle(ctx, block, type);
   return {block_size ? HeaderOutcome::valid : HeaderOutcome::invalid, 0, block_size};
 }
 

@@ -5,6 +5,7 @@
 
 #include "skgfr/base/client.hpp"
 #include "skgfr/base/extensions.hpp"
+#include "skgfr/base/file_facts.hpp"
 #include "skgfr/block0/build.hpp"
 #include "skgfr/skgfr.h"
 
@@ -49,8 +50,8 @@ void skgfrupd_blk0_v10(slerc *se, skgfrctx *ctx, skgfriov *iov) {
   if (!handle) return;
   skgfrfib *const fib = iov->fib_skgfriov;
   const size_t block_size = fib->lblksiz_skgfrfib;
-  // A file identified without a block size has no known number of blocks to record either.
-  if (block_size == 0) return fail(se, sites::upgrade_memory, EINVAL);
+  // Without a header block 0 is data; without a block size there is no known number of blocks either.
+  if (block_size == 0 || header_blocks(fib) == 0) return fail(se, sites::upgrade_memory, EINVAL);
   const AlignedBuffer block(block_size);
   if (!block) return fail(se, sites::upgrade_memory, errno);
 
@@ -58,5 +59,6 @@ void skgfrupd_blk0_v10(slerc *se, skgfrctx *ctx, skgfriov *iov) {
   if (!seek_to_start(se, handle->fd_skgfrsiov, sites::upgrade_seek)) return;
   const HeaderFields fields{block_size, fib->filsiz_skgfrfib, extension(fib)->ftyp_skgfrsfib};
   build_current(ctx, block.data(), fields, false);
+  if (fib->ftype_skgfrfib == skgfrfDCVT) swap_fields(block.data(), false);
   write_whole(se, handle->fd_skgfrsiov, block.data(), block_size, sites::upgrade_write);
 }

@@ -1,7 +1,8 @@
 // Creates a regular file, or takes over a device, and stamps block 0.
 //
-// Only block 0 is ever written; the rest of a new file is sparse. A file that this call made goes
-// again when a later step fails.
+// Only block 0 is ever written; the rest of a new file is sparse. A new file is opened once: by its name
+// another one could be met. It goes again when a later step fails, unless its name has come to mean
+// another file. On return it is on stable storage with its length and its name.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "skgfr/base/file_facts.hpp"
 #include "skgfr/base/file_name.hpp"
 #include "skgfr/block0/block0.hpp"
+#include "skgfr/files/device_size.hpp"
 #include "skgfr/skgfr.h"
 
 namespace {
@@ -36,10 +38,21 @@ struct Request {
   ub4 total_blocks() const { return blocks + (has_header() ? 1 : 0); }
 };
 
-/// Removes a new file unless the call that made it succeeds.
+/// Whether the name stands for the open file itself, not for a link to it.
+bool is_name_of(const char *name, const Descriptor &file) {
+  struct stat64 open, named;
+  return fstat64(file.get(), &open) == 0 &&
+         fstatat64(AT_FDCWD, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+/// Removes a new file, which is open still, unless the call that made it succeeds.
 class RemoveUnlessKept {
  public:
-  void made(const char *name) { name_ = name; }
+  void made(const char *name, const Descriptor &file) {
+    name_ = name;
+    file_ = &file;
+  }
   void keep() { name_ = nullptr; }
   RemoveUnlessKept() = default;
   RemoveUnlessKept(const RemoveUnlessKept &) = delete;
@@ -47,20 +60,22 @@ class RemoveUnlessKept {
   ~RemoveUnlessKept() {
     if (!name_) return;
     const ErrnoGuard guard;
-    unlink(name_);
+    if (is_name_of(name_, *file_)) unlink(name_);
   }
 
  private:
   const char *name_ = nullptr;
+  const Descriptor *file_ = nullptr;
 };
 
 /// The file under construction.
 struct Target {
   FileName name;
   bool is_new = false;
+  const char *first_folder_made = nullptr;  // where its name ends in the file's
   mode_t mode = 0;
-  RemoveUnlessKept remove;  // outlives the descriptor
   Descriptor file;
+  RemoveUnlessKept remove;  // goes first
 };
 
 /// A name is free, or a device's; an existing file is never overwritten.
@@ -84,12 +99,14 @@ bool within_limit(slerc *se, const skgfrctx *ctx, const Request &request) {
 }
 
 /// Makes every directory that the name goes through.
-bool make_directories(slerc *se, char *name) {
+bool make_directories(slerc *se, Target &target) {
+  char *const name = target.name.chars();
   for (char *slash = std::strchr(name + 1, '/'); slash; slash = std::strchr(slash + 1, '/')) {
     *slash = 0;
-    const bool there = mkdir(name, directory_permissions) == 0 || errno == EEXIST;
+    const bool made = mkdir(name, directory_permissions) == 0;
     *slash = '/';
-    if (there) continue;
+    if (made && !target.first_folder_made) target.first_folder_made = slash;
+    if (made || errno == EEXIST) continue;
     fail(se, sites::create_directory, errno);
     return false;
   }
@@ -103,18 +120,20 @@ Descriptor create_exclusively(const char *name) {
 bool create_file(slerc *se, Target &target, const Request &request) {
   target.file = create_exclusively(target.name.chars());
   if (!target.file && errno == ENOENT && (request.flags & skgfrcreMKDIRS)) {
-    if (!make_directories(se, target.name.chars())) return false;
+    if (!make_directories(se, target)) return false;
     target.file = create_exclusively(target.name.chars());
   }
   if (!target.file) {
     fail(se, errno == EEXIST ? sites::create_raced : sites::create_refused, errno);
     return false;
   }
-  target.remove.made(target.name.chars());
-  return true;
+  target.remove.made(target.name.chars(), target.file);
+  if (target.file.rise_above_standard_files()) return true;
+  fail(se, sites::create_refused, errno);
+  return false;
 }
 
-/// Opens the new file again for direct I/O when its file system wants that.
+/// Turns to direct I/O when the new file's system wants that.
 bool prepare_new_file(slerc *se, skgfrctx *ctx, Target &target) {
   struct stat64 status;
   if (fstat64(target.file.get(), &status) != 0) {
@@ -123,29 +142,19 @@ bool prepare_new_file(slerc *se, skgfrctx *ctx, Target &target) {
   }
   target.mode = status.st_mode;
   if (!skgfr_cfsdirectiofd(ctx, target.file.get(), status.st_mode)) return true;
-
-  target.file = Descriptor();
-  target.file = Descriptor(open64(target.name.chars(), O_RDWR | O_DSYNC | O_DIRECT));
-  if (target.file) return true;
+  if (fcntl(target.file.get(), F_SETFL, O_DIRECT) == 0) return true;
   fail(se, sites::create_refused, errno);
   return false;
 }
 
-/// Proves that the device holds all the blocks by reading the last one.
-bool reaches_last_block(int fd, const Request &request, void *block) {
-  const off64_t offset = static_cast<off64_t>(ub8{request.total_blocks() - 1} * request.block_size);
-  if (lseek64(fd, offset, SEEK_SET) != offset) return false;
-  return read(fd, block, request.block_size) == static_cast<ssize_t>(request.block_size);
-}
-
 bool open_device(slerc *se, Target &target, const Request &request, void *block) {
-  target.file = Descriptor(open64(target.name.chars(), O_RDWR | O_DSYNC));
+  target.file = open_file(target.name.chars(), O_RDWR | O_DSYNC);
   if (!target.file) {
     fail(se, sites::create_device_open, errno);
     return false;
   }
   if (!request.has_size()) return true;
-  if (!reaches_last_block(target.file.get(), request, block)) {
+  if (!reaches(target.file.get(), request.total_blocks(), request.block_size, block)) {
     fail(se, sites::create_device_small);
     return false;
   }
@@ -157,6 +166,35 @@ bool set_length(slerc *se, const Target &target, const Request &request) {
   if (!target.is_new || !request.has_size()) return true;
   const off64_t length = static_cast<off64_t>(ub8{request.total_blocks()} * request.block_size);
   if (ftruncate64(target.file.get(), length) == 0) return true;
+  fail(se, sites::create_length, errno);
+  return false;
+}
+
+/// Puts the entries of a folder on stable storage. A file system that flushes no folders says EINVAL.
+bool flush_folder(const char *name) {
+  const Descriptor folder = open_file(name, O_RDONLY | O_DIRECTORY);
+  return folder && (fsync(folder.get()) == 0 || errno == EINVAL);
+}
+
+/// Flushes each folder that got an entry: the file's own, and those above every folder made.
+bool flush_folders(Target &target) {
+  char *const name = target.name.chars();
+  const char *const last = target.first_folder_made ? target.first_folder_made : name + name_room;
+  char *end = name + std::strlen(name);
+  do {
+    end = static_cast<char *>(memrchr(name, '/', static_cast<size_t>(end - name)));
+    if (!end || end == name) return flush_folder(end ? "/" : ".");
+    *end = 0;
+    const bool flushed = flush_folder(name);
+    *end = '/';
+    if (!flushed) return false;
+  } while (end >= last);
+  return true;
+}
+
+bool flush(slerc *se, Target &target) {
+  if (!target.is_new) return true;
+  if (fsync(target.file.get()) == 0 && flush_folders(target)) return true;
   fail(se, sites::create_length, errno);
   return false;
 }
@@ -190,7 +228,7 @@ void skgfrcre(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type
 
   if (!open_target(se, ctx, target, request, block.data())) return;
   if (!stamp(se, ctx, target, request, block.data())) return;
-  if (!set_length(se, target, request)) return;
+  if (!set_length(se, target, request) || !flush(se, target)) return;
   target.remove.keep();
   if (!target.file.close()) fail(se, sites::create_close, errno);
 }

@@ -53,7 +53,10 @@ off64_t search_by_probing(ReadAt read_at, int fd) {
   for (int probes = 0; probes < most_probes; ++probes) {
     if (limit - readable <= sector) {
       if (any_readable) return readable + sector;
-      return read_at(fd, buffer, sector_size, 0) == sector ? sector : 0;
+      const ssize_t got = read_at(fd, buffer, sector_size, 0);
+      if (got == sector) return sector;
+      if (got >= 0) errno = 0;  // an older one would mislead
+      return 0;
     }
     const ssize_t got = read_at(fd, buffer, sector_size, candidate);
     if (got < 0) {
@@ -77,6 +80,12 @@ off64_t search_by_probing(ReadAt read_at, int fd) {
   return give_up();
 }
 
+bool reaches(int fd, ub4 blocks, size_t block_size, void *buffer) {
+  const off64_t offset = (off64_t{blocks} - 1) * static_cast<off64_t>(block_size);
+  if (lseek64(fd, offset, SEEK_SET) != offset) return false;
+  return read(fd, buffer, block_size) == static_cast<ssize_t>(block_size);
+}
+
 }  // namespace skgfr
 
 off64_t skgfgrs(sword fd) {
@@ -88,6 +97,7 @@ off64_t skgfgrs(sword fd) {
 int skgfgrswpc(sword fd, off64_t *res) {
   *res = 0;
   for (const SizeMethod method : methods) {
+    errno = 0;
     if (method(fd, res) == 0) break;
   }
   return 0;
@@ -95,8 +105,14 @@ int skgfgrswpc(sword fd, off64_t *res) {
 
 int skgfgrsbdev(int fd, off64_t *res) {
   unsigned long sectors = 0;
-  if (ioctl(fd, BLKGETSIZE, &sectors) != 0) return -1;
-  *res = static_cast<off64_t>(ub8{sectors} * sector_size);
+  if (ioctl(fd, BLKGETSIZE, &sectors) == 0) {
+    *res = static_cast<off64_t>(ub8{sectors} * sector_size);
+    return 0;
+  }
+  // From 2 TiB on the sectors do not fit a word of 32 bits.
+  ub8 bytes = 0;
+  if (errno != EFBIG || ioctl(fd, BLKGETSIZE64, &bytes) != 0) return -1;
+  *res = static_cast<off64_t>(bytes);
   return 0;
 }
 

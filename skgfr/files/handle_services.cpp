@@ -13,7 +13,7 @@ using namespace skgfr;
 void skgfsync(slerc *se, skgfrctx *, skgfriov *iov) {
   begin(se);
   const skgfrsiov *const handle = sealed(se, iov, sites::flush_seal);
-  if (!handle || is_flushed_by_itself(handle)) return;
+  if (!handle || is_never_flushed(handle)) return;
   if (fsync(handle->fd_skgfrsiov) != 0) fail(se, sites::flush_refused, errno);
 }
 

@@ -14,14 +14,13 @@
 #include "skgfr/base/file_name.hpp"
 #include "skgfr/base/io_options.hpp"
 #include "skgfr/block0/block0.hpp"
+#include "skgfr/client.h"
 #include "skgfr/files/mount_check.hpp"
-#include "skgfr/skgfr.h"
 
 namespace {
 
 using namespace skgfr;
 
-constexpr ub4 longest_vector = 16;
 constexpr HeaderReadSites read_sites{sites::identify_seek, sites::identify_read,
                                      sites::identify_invalid};
 
@@ -43,7 +42,7 @@ bool name_and_status(slerc *se, skgfrfib *fib, const text *name, size_t length,
 
 void fill_constants(skgfrfib *fib, const struct stat64 &status) {
   fib->pblksiz_skgfrfib = sector_size;
-  fib->maxvec_skgfrfib = longest_vector;
+  fib->maxvec_skgfrfib = skgfr_longest_vector;
   fib->serr_skgfrfib = 0;
   char *const device = extension(fib)->device_skgfrsfib;
   std::snprintf(device, sizeof extension(fib)->device_skgfrsfib, "%lu",
@@ -103,7 +102,7 @@ bool needs_mount_check(const skgfrfib *fib, const struct stat64 &status, int fd)
 bool examine(slerc *se, skgfrctx *ctx, skgfrfib *fib, const struct stat64 &status) {
   const char *const name = name_of(fib);
   const int direct = skgfr_cfsdirectio(ctx, name, status.st_mode, fib->flags_skgfrfib);
-  Descriptor file(open64(name, O_RDONLY | direct));
+  Descriptor file = open_file(name, O_RDONLY | direct);
   if (!file) {
     fail(se, sites::identify_open, errno);
     return false;

@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "skgfr/base/client.hpp"
+#include "skgfr/base/descriptor.hpp"
 #include "skgfr/base/errno_guard.hpp"
 #include "skgfr/base/file_name.hpp"
 
@@ -122,7 +123,8 @@ bool skgfr::has_safe_mount(slerc *se, const skgfrctx *ctx, const char *name, dev
   if (!canonical_name(se, name, directory)) return false;
   if (!mount_directory(se, directory, device)) return false;
 
-  const std::unique_ptr<FILE, EndMountTable> table(setmntent(mount_table_name, "r"));
+  const auto open_table = [] { return setmntent(mount_table_name, "r"); };
+  const auto table = open_stream<std::unique_ptr<FILE, EndMountTable>>(open_table, fileno);
   if (!table) {
     fail(se, sites::mount_table, errno);
     return false;

@@ -20,7 +20,6 @@ using namespace skgfr;
 
 constexpr int most_retries = 5;
 constexpr uword usual_limit = 1024;  // asynchronous requests, where the context sets none
-constexpr uword writes_are_synchronous = 4;
 
 bool consume_forced_failure(slerc *se, skgfrfib *fib) {
   if (!fib->serr_skgfrfib) return false;
@@ -50,27 +49,24 @@ bool admit(slerc *se, const skgfrctx *ctx, skgfrfib *fib) {
   return within_limit(se, ctx, fib, file->ftyp_skgfrsfib);
 }
 
-/// Only a close that left the old descriptor open keeps the handle from being used again.
+/// Only what keeps the old file open keeps the handle from being used again.
 bool close_previous(slerc *se, skgfrctx *ctx, skgfriov *iov) {
-  if (extension(iov)->fd_skgfrsiov == 0) return true;
+  const skgfrsiov *const handle = extension(iov);
+  if (handle->fd_skgfrsiov == 0) return true;
+  if (handle->seal_skgfrsiov == skgfrSEAL && handle->aiopend_skgfrsiov != 0) {
+    fail(se, sites::close_outstanding, 0, handle->aiopend_skgfrsiov);
+    return false;
+  }
   skgfcfi(se, ctx, iov);
   if (se->slercoer == sites::close_refused.code) return false;
   begin(se);
   return true;
 }
 
-/// A descriptor above standard input, output and error: the handle takes 0 for none, and what a
-/// client prints must never land in its data.
-Descriptor open_above_standard_files(const char *name, int flags) {
-  Descriptor file(open64(name, flags));
-  if (!file || file.get() > STDERR_FILENO) return file;
-  return Descriptor(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
 /// Opens the file, again after a second when the device answers EIO, and tells the client about it.
 Descriptor open_with_retries(slerc *se, skgfrctx *ctx, const char *name, int flags) {
   ctx->spare1_skgfrctx = 0;
-  Descriptor file = open_above_standard_files(name, flags);
+  Descriptor file = open_file(name, flags);
   while (!file) {
     if (errno != EIO || ctx->spare1_skgfrctx == most_retries) {
       fail(se, sites::open_refused, errno);
@@ -79,7 +75,7 @@ Descriptor open_with_retries(slerc *se, skgfrctx *ctx, const char *name, int fla
     ++ctx->spare1_skgfrctx;
     ctx->spare2_skgfrctx = static_cast<ub4>(errno);
     sleep(1);
-    file = open_above_standard_files(name, flags);
+    file = open_file(name, flags);
   }
   if (ctx->spare1_skgfrctx == 0) return file;
   client::trace(ctx, "skgfr Open: errno = %d, attempts = %ld \n",
@@ -98,7 +94,7 @@ bool is_synchronous_only(skgfrctx *ctx, int fd, mode_t mode) {
 
 int open_mode(ub4 flags) {
   int mode = flags & skgfofiWRITE ? O_RDWR : O_RDONLY;
-  if (flags & (skgfofiDSYNC | skgfofiDSYNC2)) mode |= O_DSYNC;
+  if (flags & synchronous_writes) mode |= O_DSYNC;
   return mode;
 }
 
@@ -107,14 +103,23 @@ void fill_handle(skgfrctx *ctx, skgfriov *iov, uword wanted, ub4 flags, mode_t m
   handle->fd_skgfrsiov = fd;
   const uword limit = ctx->maxaio_skgfrctx ? ctx->maxaio_skgfrctx : usual_limit;
   iov->maxaio_skgfriov = wanted < limit ? wanted : limit;
-  const bool durable = (open_mode(flags) & O_DSYNC) || is_device(mode);
-  handle->fsync_skgfrsiov = durable ? writes_are_synchronous : 0;
+  const bool never_flushed = (flags & synchronous_writes) || is_device(mode);
+  handle->fsync_skgfrsiov = never_flushed ? skgfofiDSYNC : 0;
   handle->offset_skgfrsiov = skgfrUNKNOWN;
+  if (flags & skgfofiWRITE) handle->flags_skgfrsiov |= skgfrvWRITABLE;
   if (flags & skgfofiNOMIRROR) skgfrersr(nullptr, ctx, iov);
   if (is_synchronous_only(ctx, fd, mode)) {
     handle->flags_skgfrsiov |= skgfrvSYNCHRONOUS;
     iov->maxaio_skgfriov = 0;
   }
+}
+
+/// Brings out what a close has to report while there is something to keep: the system takes the number
+/// back even when closing fails, so a duplicate goes first. False, with errno set, when it failed.
+bool close_duplicate(const skgfrsiov *handle) {
+  if (!(handle->flags_skgfrsiov & skgfrvWRITABLE)) return true;
+  Descriptor duplicate(fcntl(handle->fd_skgfrsiov, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  return !duplicate || duplicate.close();  // a process without a free number can close all the same
 }
 
 }  // namespace
@@ -148,9 +153,10 @@ void skgfcfi(slerc *se, skgfrctx *ctx, skgfriov *iov) {
     iov->flags_skgfriov |= skgfrvPENDING;
     return fail(se, sites::close_outstanding, 0, handle->aiopend_skgfrsiov);
   }
-  const bool flushed = is_flushed_by_itself(handle) || fsync(handle->fd_skgfrsiov) == 0;
+  const bool flushed = is_never_flushed(handle) || fsync(handle->fd_skgfrsiov) == 0;
   if (!flushed) fail(se, sites::close_flush, errno);
-  if (close(handle->fd_skgfrsiov) != 0) return fail(se, sites::close_refused, errno);
+  if (!close_duplicate(handle)) return fail(se, sites::close_refused, errno);
+  if (close(handle->fd_skgfrsiov) != 0) fail(se, sites::close_flush, errno);
 
   --ctx->curopen_skgfrctx;
   handle->fd_skgfrsiov = 0;

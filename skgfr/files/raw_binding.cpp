@@ -13,6 +13,7 @@
 
 #include "skgfr/base/descriptor.hpp"
 #include "skgfr/skgfr.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -58,7 +59,7 @@ bool matches(const char *line, const DeviceNumber &wanted, PartitionName &name) 
 
 /// Looks the device up in the list, read piece by piece; an unfinished line is carried over.
 bool find_partition(const DeviceNumber &wanted, PartitionName &name) {
-  const Descriptor list(open64(partition_list, O_RDONLY));
+  const Descriptor list = open_file(partition_list, O_RDONLY);
   if (!list) return false;
 
   char buffer[list_room + 1];
@@ -82,7 +83,7 @@ bool find_partition(const DeviceNumber &wanted, PartitionName &name) {
 
 /// The block device behind a raw device; false when the descriptor is no bound raw device.
 bool raw_binding(int fd, DeviceNumber &bound) {
-  const Descriptor control(open64(control_node, O_RDONLY));
+  const Descriptor control = open_file(control_node, O_RDONLY);
   if (!control) return false;
 
   struct stat64 device, node;
@@ -113,11 +114,11 @@ int skgfgrsobid(int major, int minor) {
   const DeviceNumber wanted{major, minor};
   PartitionName name;
   if (!find_partition(wanted, name)) return -1;
-  if (slnpd(reinterpret_cast<const text *>(name.chars))) return -1;  // it would lead out of /dev
+  if (slnpd(sysl::texts(name.chars))) return -1;  // it would lead out of /dev
 
   char path[sizeof "/dev/" + longest_partition_name];
   std::snprintf(path, sizeof path, "/dev/%s", name.chars);
-  Descriptor device(open64(path, O_RDONLY));
+  Descriptor device = open_file(path, O_RDONLY);
   struct stat64 status;
   if (!device || fstat64(device.get(), &status) != 0) return -1;
   if (!(number_of(status) == wanted)) return -1;

@@ -12,6 +12,7 @@
 #include "skgfr/base/file_facts.hpp"
 #include "skgfr/base/file_name.hpp"
 #include "skgfr/block0/block0.hpp"
+#include "skgfr/files/device_size.hpp"
 #include "skgfr/skgfr.h"
 
 namespace {
@@ -53,7 +54,7 @@ bool within_limit(slerc *se, const skgfrctx *ctx, const skgfrfib *fib, ub4 total
 
 Descriptor open_named(skgfrctx *ctx, const skgfrfib *fib, mode_t mode, int access) {
   const int direct = skgfr_cfsdirectio(ctx, name_of(fib), mode, fib->flags_skgfrfib);
-  return Descriptor(open64(name_of(fib), access | direct));
+  return open_file(name_of(fib), access | direct);
 }
 
 bool stamp(slerc *se, skgfrctx *ctx, skgfrfib *fib, int fd, ub4 blocks, mode_t mode, void *block) {
@@ -77,13 +78,6 @@ bool resize_file(slerc *se, skgfrfib *fib, int fd, ub4 blocks) {
   return true;
 }
 
-/// Whether the last sector of so many bytes can be read.
-bool reaches(int fd, ub8 bytes, void *buffer) {
-  const off64_t offset = static_cast<off64_t>(bytes - sector_size);
-  if (lseek64(fd, offset, SEEK_SET) != offset) return false;
-  return read(fd, buffer, sector_size) == static_cast<ssize_t>(sector_size);
-}
-
 /// A device cannot grow; it can be made to look smaller than it is.
 bool resize_device(slerc *se, skgfrfib *fib, int fd, ub4 blocks, void *buffer) {
   skgfrsfib *const file = extension(fib);
@@ -94,7 +88,7 @@ bool resize_device(slerc *se, skgfrfib *fib, int fd, ub4 blocks, void *buffer) {
     file->lastblk_skgfrsfib = fib->filsiz_skgfrfib = skgfrUNKNOWN;
     return true;
   }
-  const bool fits = size == 0 ? reaches(fd, ub8{total} * block_size, buffer)
+  const bool fits = size == 0 ? reaches(fd, total, block_size, buffer)
                               : static_cast<ub4>(size / block_size) >= total;
   if (!fits) {
     file->lastblk_skgfrsfib = 0;

@@ -1,4 +1,5 @@
-// Sizes by name, without a file record, and the open-files limit of the process.
+// Sizes by name, without a file record: of the file, and what its block 0 tells; and the open-files
+// limit of the process.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -19,13 +20,53 @@ using namespace skgfr;
 constexpr ub8 unknown_size = ~ub8{0};
 constexpr size_t unknown_block_size = ~size_t{0};
 constexpr rlim64_t reserved_descriptors = 32;  // for the rest of the process
-constexpr HeaderReadSites read_sites{sites::block_size_seek, sites::block_size_read,
-                                     sites::block_size_invalid};
 
-/// Opens for reading, with the direct-I/O choice of a file exempt from the NFS rules.
+/// The sites of a question that block 0 answers.
+struct HeaderSites {
+  Site name, stat, open;
+  HeaderReadSites read;
+  Site close;
+};
+constexpr HeaderSites block_size_sites{
+    sites::block_size_name,
+    sites::block_size_stat,
+    sites::block_size_open,
+    {sites::block_size_seek, sites::block_size_read, sites::block_size_invalid},
+    sites::block_size_close};
+constexpr HeaderSites block1_sites{sites::block1_name,
+                                   sites::block1_stat,
+                                   sites::block1_open,
+                                   {sites::block1_seek, sites::block1_read, sites::block1_invalid},
+                                   sites::block1_close};
+
+/// Opens for reading, with the direct-I/O choice of a file exempt from the NFS rules. A FIFO has no
+/// block 0, and nobody is to wait for its writer to learn that.
 Descriptor open_for_reading(skgfrctx *ctx, const char *name, mode_t mode) {
   const int direct = skgfr_cfsdirectio(ctx, name, mode, skgfrbNONFS);
-  return Descriptor(open64(name, O_RDONLY | direct));
+  const int at_once = S_ISFIFO(mode) ? O_NONBLOCK : 0;
+  return open_file(name, O_RDONLY | direct | at_once);
+}
+
+/// The block size that block 0 records, known also when only the close failed.
+size_t ask_header(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf type,
+                  const HeaderSites &sites) {
+  begin(se);
+  FileName name;
+  if (!name.normalise(se, fnamep, fnamel, sites.name)) return unknown_block_size;
+  struct stat64 status;
+  if (stat64(name.chars(), &status) != 0) {
+    fail(se, sites.stat, errno);
+    return unknown_block_size;
+  }
+  Descriptor file = open_for_reading(ctx, name.chars(), status.st_mode);
+  if (!file) {
+    fail(se, sites.open, errno);
+    return unknown_block_size;
+  }
+  const HeaderRead header = read_header(ctx, file.get(), type);
+  if (!accept(se, header, sites.read)) return unknown_block_size;
+  if (!file.close()) fail(se, sites.close, errno);
+  return header.block_size;
 }
 
 ub8 size_of_device(slerc *se, skgfrctx *ctx, const char *name, mode_t mode) {
@@ -62,23 +103,12 @@ ub8 skgfgfsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel) {
 }
 
 size_t skgfglbsz(slerc *se, skgfrctx *ctx, text *fnamep, size_t fnamel, skgfrf ftype) {
-  begin(se);
-  FileName name;
-  if (!name.normalise(se, fnamep, fnamel, sites::block_size_name)) return unknown_block_size;
-  struct stat64 status;
-  if (stat64(name.chars(), &status) != 0) {
-    fail(se, sites::block_size_stat, errno);
-    return unknown_block_size;
-  }
-  Descriptor file = open_for_reading(ctx, name.chars(), status.st_mode);
-  if (!file) {
-    fail(se, sites::block_size_open, errno);
-    return unknown_block_size;
-  }
-  const HeaderRead header = read_header(ctx, file.get(), ftype);
-  if (!accept(se, header, read_sites)) return unknown_block_size;
-  if (!file.close()) fail(se, sites::block_size_close, errno);
-  return header.block_size;
+  return ask_header(se, ctx, fnamep, fnamel, ftype, block_size_sites);
+}
+
+size_t skgfgb1off(slerc *se, text *fnamep, size_t fnamel) {
+  const size_t offset = ask_header(se, nullptr, fnamep, fnamel, skgfrfOSFILE, block1_sites);
+  return failed(se) ? unknown_block_size : offset;
 }
 
 ub4 skgfrofl(slerc *se, skgfrctx *ctx, ub4) {

@@ -10,6 +10,7 @@
 #include "skgfr/base/file_name.hpp"
 #include "skgfr/base/list.hpp"
 #include "skgfr/skgfr.h"
+#include "sysl/text.hpp"
 
 const text skgfrdscdflt[] = "/dev/raw/*";
 
@@ -54,8 +55,7 @@ class Expansion {
 
   /// False, with errno set, when the pattern could not be expanded.
   bool expand(const text *pattern) {
-    const char *const chars = reinterpret_cast<const char *>(pattern);
-    const int outcome = glob64(chars, GLOB_NOSORT, nullptr, &paths_);
+    const int outcome = glob64(sysl::chars(pattern), GLOB_NOSORT, nullptr, &paths_);
     return outcome == 0 || outcome == GLOB_NOMATCH;
   }
   char *const *begin() const { return paths_.gl_pathv; }
@@ -100,7 +100,7 @@ skgfrdsc *make_result(const Memory &memory, const text *pattern) {
   auto *const found = memory.zeroed<skgfrdsc>("Discovery struct");
   if (!found) return nullptr;
   make_empty(found->dev_skgfrdsc);
-  found->str_skgfrdsc = memory.copy(reinterpret_cast<const char *>(pattern), "DSC string");
+  found->str_skgfrdsc = memory.copy(sysl::chars(pattern), "DSC string");
   return found;
 }
 

@@ -14,6 +14,7 @@
 #include "skgfr/base/error_sites.hpp"
 #include "skgfr/base/file_facts.hpp"
 #include "skgfr/skgfr.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -30,9 +31,7 @@ ub4 in_mebibytes(ub8 size) {
   return whole < skgfrUNKNOWN ? static_cast<ub4>(whole) : skgfrUNKNOWN;
 }
 
-const char *path_of(const skgfrstat *dstat) {
-  return reinterpret_cast<const char *>(dstat->path_skgfrstat);
-}
+const char *path_of(const skgfrstat *dstat) { return sysl::chars(dstat->path_skgfrstat); }
 
 bool refuse(slerc *se, const Site &site, int error) {
   fail(se, site, error);
@@ -58,7 +57,7 @@ bool accept_file(slerc *se, const char *path, mode_t mode, bool nfs_only) {
 
 /// All ones, with the failure in se, when the size cannot be found.
 ub8 size_of_device(slerc *se, skgfrctx *ctx, const skgfrstat *dstat) {
-  Descriptor device(open64(path_of(dstat), O_RDONLY));
+  Descriptor device = open_file(path_of(dstat), O_RDONLY);
   if (!device) {
     fail(se, sites::examine_open, errno);
     return unknown_size;

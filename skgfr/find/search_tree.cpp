@@ -15,9 +15,11 @@
 #include <cstring>
 #include <memory>
 
+#include "skgfr/base/descriptor.hpp"
 #include "skgfr/base/errno_guard.hpp"
 #include "skgfr/base/file_name.hpp"
 #include "skgfr/skgfr.h"
+#include "sysl/text.hpp"
 
 namespace {
 
@@ -32,12 +34,14 @@ struct CloseFolder {
   }
 };
 
+using Folder = std::unique_ptr<DIR, CloseFolder>;
+
 /// A folder that is being read, and the one from which it was entered.
 struct Level {
   const Level *above;
   size_t path_length;
   size_t names_at;  // where in the path the names of its entries go
-  std::unique_ptr<DIR, CloseFolder> folder;
+  Folder folder;
   dev_t device = 0;
   ino64_t number = 0;
 
@@ -47,7 +51,7 @@ struct Level {
 };
 
 bool Level::open(const char *path) {
-  folder.reset(opendir(path));
+  folder = open_stream<Folder>([path] { return opendir(path); }, dirfd);
   struct stat64 status;
   if (!folder || fstat64(fd(), &status) != 0) return false;
   device = status.st_dev;
@@ -86,7 +90,7 @@ class Walk {
  public:
   Walk(const text *prefix, size_t prefix_length, boolean empty_folders, skgfrprfcb tell,
        void *context)
-      : prefix_(reinterpret_cast<const char *>(prefix)),
+      : prefix_(sysl::chars(prefix)),
         prefix_length_(prefix_length),
         empty_folders_(empty_folders),
         tell_(tell),
@@ -207,7 +211,7 @@ bool Walk::leads_back(int folder, const char *name) const {
 
 bool Walk::report(size_t length) {
   if (length < prefix_length_ || !path_agrees(length)) return true;
-  return tell_(context_, reinterpret_cast<const text *>(path_), length) != FALSE;
+  return tell_(context_, sysl::texts(path_), length) != FALSE;
 }
 
 }  // namespace

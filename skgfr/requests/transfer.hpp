@@ -1,16 +1,12 @@
 // Performs accepted requests synchronously. Private to this room.
 #pragma once
 
-#include "skgfr/base/error_sites.hpp"
 #include "skgfr/requests/batch.hpp"
 
 namespace skgfr {
 
-/// Performs requests in order; their status blocks tell the outcomes. True when all completed.
-bool read_positioned(skgfrctx *ctx, const Batch &batch);
-bool write_positioned(skgfrctx *ctx, const Batch &batch);
-bool read_vectored(skgfrctx *ctx, const Batch &batch);
-bool write_vectored(skgfrctx *ctx, const Batch &batch);
+/// Requests are performed in order; their status blocks tell the outcomes.
+extern const Way read_positioned, write_positioned, read_vectored, write_vectored;
 
 /// Carries out an asynchronous request on a file that does none: it stays pending, to be reported
 /// complete by the next poll. False when the transfer failed.

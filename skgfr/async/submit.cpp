@@ -1,4 +1,6 @@
-// Hands control blocks to the kernel, one or a list in one call, as far as the context has room.
+// Submission: hands control blocks to the kernel, one or a list in one call, as far as the context has
+// room.
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 
@@ -18,10 +20,9 @@ iocb **as_kernel_list(const aiocb64 **blocks) {
 }
 
 /// What the kernel took of a list: a count, or a negated error number.
-int submit(skgfrctx *ctx, const aiocb64 **blocks, int count) {
+int submit(skgfrctx *ctx, iocb **list, int count) {
   if (count <= 0) return 0;
-  const int taken =
-      kernel_aio::entry_points().submit(ctx->ioctx_skgfrctx, count, as_kernel_list(blocks));
+  const int taken = kernel_aio::entry_points().submit(ctx->ioctx_skgfrctx, count, list);
   if (taken > 0) ctx->aiopend_skgfrctx += static_cast<uword>(taken);
   return taken;
 }
@@ -35,18 +36,15 @@ int room(const skgfrctx *ctx) {
 
 int skgfr_aiorw64(skgfrctx *ctx, int filedes, char *bufp, int bufs, off64_t offset,
                   skgfrsisb *siosb, boolean type) {
-  if (ctx->aiopend_skgfrctx >= ctx->maxaio_skgfrctx) {
+  if (room(ctx) <= 0) {
     errno = EAGAIN;
     return -1;
   }
   aiocb64 *const block = &siosb->aio64req_skgfrsisb;
   prepare(*block, filedes, skgfrbd{bufp, static_cast<size_t>(bufs)}, offset, type == FALSE);
   iocb *list[] = {&block->__iocb};
-  const int taken = kernel_aio::entry_points().submit(ctx->ioctx_skgfrctx, 1, list);
-  if (taken == 1) {
-    ++ctx->aiopend_skgfrctx;
-    return 0;
-  }
+  const int taken = submit(ctx, list, 1);
+  if (taken == 1) return 0;
   errno = taken < 0 ? -taken : EAGAIN;
   return -1;
 }
@@ -57,11 +55,12 @@ int skgfr_lio_listio64(skgfrctx *ctx, int mode, const aiocb64 **aiocbs, int nent
     errno = mode == LIO_WAIT ? ENOSYS : EINVAL;
     return -1;
   }
-  const int wanted = room(ctx) < nent ? room(ctx) : nent;
-  const int result = submit(ctx, aiocbs, wanted);
-  const int taken = result > 0 ? result : 0;
-  for (int i = taken; i < nent; ++i) const_cast<aiocb64 *>(aiocbs[i])->__aio_key = not_submitted;
+  const int wanted = std::min(room(ctx), nent);
+  const int result = submit(ctx, as_kernel_list(aiocbs), wanted);
+  const int taken = std::max(result, 0);
   if (taken >= nent) return 0;
-  errno = result < 0 ? -result : EAGAIN;
+  for (int i = taken; i < nent; ++i) const_cast<aiocb64 *>(aiocbs[i])->__aio_key = not_submitted;
+  // What found no room comes later, whatever the kernel said of the rest.
+  errno = result < 0 && wanted == nent ? -result : EAGAIN;
   return -1;
 }

@@ -1,10 +1,9 @@
-// Submits requests to the kernel one at a time.
-#include "skgfr/requests/submit.hpp"
-
+// Starts accepted requests asynchronously, one at a time; what the kernel says of each is told in its
+// status.
 #include <cerrno>
 
 #include "skgfr/base/elapsed.hpp"
-#include "skgfr/requests/block_address.hpp"
+#include "skgfr/requests/start.hpp"
 #include "skgfr/skgfr.h"
 
 namespace {
@@ -17,10 +16,9 @@ bool may_come_later(const skgfrctx *ctx, int error) {
 }
 
 template <bool read>
-bool submit_one(skgfrctx *ctx, const skgfrrq *request) {
+bool start_one(skgfrctx *ctx, const Target &target, skgfrrq *request) {
   skgfriosb *const status = request->iosb_skgfrrq;
   skgfrsisb *const block = extension(status);
-  const RequestTarget target(request);
   const skgfrbd &buffer = request->bufspec_skgfrrq.buffer_skgfrrq;
   begin_code_only(status->slerc_skgfriosb);
   if (status->time_skgfriosb) block->start_skgfrsisb = slgcs(status->slerc_skgfriosb);
@@ -28,32 +26,23 @@ bool submit_one(skgfrctx *ctx, const skgfrrq *request) {
   const int result =
       skgfr_aiorw64(ctx, target.handle->fd_skgfrsiov, static_cast<char *>(buffer.bp_skgfrbd),
                     static_cast<int>(buffer.blen_skgfrbd),
-                    byte_offset(target, request->blockno_skgfrrq), block, read ? FALSE : TRUE);
+                    target.byte_offset(request->blockno_skgfrrq), block, read ? FALSE : TRUE);
   if (result == 0) {
     block->aiosize_skgfrsisb = buffer.blen_skgfrbd;
-    status->status_skgfriosb = skgfriPEND;
     ++target.handle->aiopend_skgfrsiov;
-    return true;
+    return end(request, skgfriPEND);
   }
   const int error = errno;
-  if (may_come_later(ctx, error)) {
-    status->status_skgfriosb = skgfriLATER;
-    return false;
-  }
-  fail(status->slerc_skgfriosb, sites::submission_refused, error, request->blockno_skgfrrq);
-  status->status_skgfriosb = skgfriIOERROR;
-  return false;
+  if (may_come_later(ctx, error)) return end(request, skgfriLATER);
+  fail(error_of(request), sites::submission_refused, error, request->blockno_skgfrrq);
+  return end(request, skgfriIOERROR);
 }
 
 }  // namespace
 
 namespace skgfr {
 
-bool submit_reads(skgfrctx *ctx, const Batch &batch) {
-  return for_each_request<submit_one<true>>(ctx, batch);
-}
-bool submit_writes(skgfrctx *ctx, const Batch &batch) {
-  return for_each_request<submit_one<false>>(ctx, batch);
-}
+constinit const Way start_reads = one_by_one<start_one<true>>;
+constinit const Way start_writes = one_by_one<start_one<false>>;
 
 }  // namespace skgfr
