@@ -1,19 +1,14 @@
 // The same requests through the layer, as a client makes them: lists that are built once and queued
 // again and again.
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <stdexcept>
 #include <vector>
 
 #include "bench/sides.hpp"
-#include "skgfr/skgfr.h"
+#include "skgfr/client.h"
 
 namespace bench {
 namespace {
-
-constexpr ub4 longest_wait = 0xFFFFFFFF;
 
 using RecordOwner = std::unique_ptr<void, void (*)(void *)>;
 
@@ -36,17 +31,17 @@ class LayerSide : public Side {
         requests_(row.requests()),
         errors_(row.requests()),
         vectors_(vector_length),
-        heads_(row.lists),
+        heads_(row.lists.count),
         fib_(std::calloc(1, skgfrgsz(skgfrsFIB)), std::free),
-        iov_(std::calloc(1, skgfrgsz(skgfrsIOV)), std::free),
         status_(std::calloc(row.requests(), skgfrgsz(skgfrsISB)), std::free) {
     initialise(storage);
-    open_file(storage);
+    identify(storage);
+    for (unsigned i = 0; i < row.variant.handles; ++i) open_handle();
     build_lists(storage);
   }
   ~LayerSide() override {
-    skgfcfi(&se_, &context_, as<skgfriov>(iov_));
-    if (context_.ioctx_skgfrctx) syscall(SYS_io_destroy, context_.ioctx_skgfrctx);
+    for (const RecordOwner &iov : iovs_) skgfcfi(&se_, &context_, as<skgfriov>(iov));
+    skgfr_end_context(&se_, &context_);
   }
 
   void round() override {
@@ -69,8 +64,8 @@ class LayerSide : public Side {
   /// Waits for the whole list, then takes the rest of it off the done queue.
   void collect() {
     skgfriosb *done = nullptr;
-    skgfrr result = skgfrwat(&se_, &context_, row_.list, &done, nullptr, longest_wait);
-    for (unsigned left = row_.list;;) {
+    skgfrr result = skgfrwat(&se_, &context_, row_.lists.length, &done, nullptr, skgfrUNKNOWN);
+    for (unsigned left = row_.lists.length;;) {
       if (result != skgfrrOK || !done || done->status_skgfriosb != skgfriDONE) refuse();
       if (--left == 0) return;
       result = skgfnxtio(&se_, &context_, &done);
@@ -94,9 +89,10 @@ class LayerSide : public Side {
     text direct[] = "setall";
     text cached[] = "asynch";
     skgfrsetioparam(&se_, &context_, storage.direct() ? direct : cached, 6);
+    if (!row_.variant.checked) context_.flags_skgfrctx &= ~ub4{skgfrcVALIDATE};
   }
 
-  void open_file(const Storage &storage) {
+  void identify(const Storage &storage) {
     skgfrfib *const fib = as<skgfrfib>(fib_);
     std::string name = storage.path();
     fib->lblksiz_skgfrfib = row_.bytes;
@@ -105,7 +101,11 @@ class LayerSide : public Side {
     const skgfrr found =
         skgfifi(&se_, &context_, fib, reinterpret_cast<text *>(name.data()), name.size());
     require(found == skgfrrOK, "skgfifi", se_);
-    skgfofi(&se_, &context_, fib, as<skgfriov>(iov_), 1024, 0);
+  }
+
+  void open_handle() {
+    iovs_.emplace_back(std::calloc(1, skgfrgsz(skgfrsIOV)), std::free);
+    skgfofi(&se_, &context_, as<skgfrfib>(fib_), as<skgfriov>(iovs_.back()), 1024, 0);
     require(se_.slercoer == 0, "skgfofi", se_);
   }
 
@@ -113,10 +113,10 @@ class LayerSide : public Side {
     for (unsigned i = 0; i < vector_length && row_.kind == Kind::vectored; ++i) {
       vectors_[i] = skgfrbd{storage.buffer(0) + i * row_.bytes, row_.bytes};
     }
-    for (kgglk &head : heads_) head.kgglknxt = head.kgglkprv = &head;
+    for (kgglk &head : heads_) skgfr_make_list(&head);
     for (unsigned i = 0; i < row_.requests(); ++i) {
       skgfrrq &request = requests_[i];
-      request.iov_skgfrrq = as<skgfriov>(iov_);
+      request.iov_skgfrrq = as<skgfriov>(iovs_[i % row_.variant.handles]);
       request.iosb_skgfrrq = status(i);
       request.iosb_skgfrrq->slerc_skgfriosb = &errors_[i];
       request.blockno_skgfrrq =
@@ -126,15 +126,8 @@ class LayerSide : public Side {
       } else {
         request.bufspec_skgfrrq.buffer_skgfrrq = skgfrbd{storage.buffer(i), row_.bytes};
       }
-      append(heads_[i / row_.list], request.link_skgfrrq);
+      skgfr_append(&heads_[i / row_.lists.length], &request);
     }
-  }
-
-  static void append(kgglk &head, kgglk &link) {
-    link.kgglknxt = &head;
-    link.kgglkprv = head.kgglkprv;
-    head.kgglkprv->kgglknxt = &link;
-    head.kgglkprv = &link;
   }
 
   const Row &row_;
@@ -146,7 +139,7 @@ class LayerSide : public Side {
   std::vector<skgfrbd> vectors_;
   std::vector<kgglk> heads_;
   RecordOwner fib_;
-  RecordOwner iov_;
+  std::vector<RecordOwner> iovs_;
   RecordOwner status_;
 };
 

@@ -88,7 +88,7 @@ void register_rows() {
 
 int list_goals() {
   for (const Row &row : rows()) {
-    std::printf("%s\t%.2f\t%d\t%d\n", row.name, row.ratio, row.instructions, row.calls);
+    std::printf("%s\t%.2f\t%d\n", row.name, row.goals.ratio, row.goals.instructions);
   }
   return EXIT_SUCCESS;
 }
@@ -112,7 +112,7 @@ int count(const char *name, const char *side, int rounds) {
 int main(int argc, char **argv) try {
   if (argc == 2 && std::strcmp(argv[1], "--goals") == 0) return list_goals();
   if (argc == 5 && std::strcmp(argv[1], "--count") == 0) {
-    return count(argv[2], argv[3], std::atoi(argv[4]));
+    return count(argv[2], argv[3], static_cast<int>(std::strtol(argv[4], nullptr, 10)));
   }
   register_rows();
   benchmark::Initialize(&argc, argv);

@@ -71,7 +71,10 @@ void expect(int result, int expected, const char *call) {
 class Asynchronous : public RawSide {
  public:
   Asynchronous(const Row &row, const Storage &storage)
-      : RawSide(row, storage), blocks_(row.requests()), list_(row.requests()), events_(row.list) {
+      : RawSide(row, storage),
+        blocks_(row.requests()),
+        list_(row.requests()),
+        events_(row.lists.length) {
     expect(io_setup(1024, &context_), 0, "io_setup");
     for (unsigned i = 0; i < row.requests(); ++i) {
       io_prep_pread(&blocks_[i], file_.get(), storage.buffer(i), row.bytes, storage.offset(i));
@@ -81,12 +84,13 @@ class Asynchronous : public RawSide {
   ~Asynchronous() override { io_destroy(context_); }
 
   void round() override {
-    for (unsigned i = 0; i < row_.lists; ++i) submit_and_collect(&list_[i * row_.list]);
+    for (unsigned i = 0; i < row_.lists.count; ++i)
+      submit_and_collect(&list_[size_t{i} * row_.lists.length]);
   }
 
  private:
   void submit_and_collect(iocb **list) {
-    const int count = static_cast<int>(row_.list);
+    const int count = static_cast<int>(row_.lists.length);
     expect(io_submit(context_, count, list), count, "io_submit");
     for (int done = 0; done < count;) {
       const int events = io_getevents(context_, 1, count - done, events_.data(), nullptr);

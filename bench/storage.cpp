@@ -48,7 +48,7 @@ Storage::Storage(const Row &row)
       write(file_.get(), data.data(), data.size()) == static_cast<ssize_t>(data.size()) &&
       fsync(file_.get()) == 0;
   if (!written) give_up(file_path_);
-  if (row.medium == Medium::loop_device) attach_loop_device();
+  if (row.medium == Medium::loop) attach_loop_device();
 }
 
 Storage::~Storage() { unlink(file_path_.c_str()); }

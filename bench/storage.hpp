@@ -18,7 +18,7 @@ class Storage {
   Storage &operator=(const Storage &) = delete;
 
   const std::string &path() const { return device_path_.empty() ? file_path_ : device_path_; }
-  bool direct() const { return row_.medium != Medium::cached_file; }
+  bool direct() const { return row_.medium != Medium::cached; }
 
   /// Buffer of a request, or the first of a vectored request's; these share theirs.
   char *buffer(unsigned request) const;
