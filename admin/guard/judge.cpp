@@ -1,0 +1,70 @@
+// Holds a disk, looks at it, rehearses the stamp, and asks the table.
+#include "admin/guard/judge.hpp"
+
+#include <fmt/format.h>
+
+namespace vdadm::guard {
+
+using inspect::Depth;
+using inspect::Facts;
+
+Judgement judge_stamp(const FileType &type, const std::string &name) {
+  Hold hold(inspect::look_at(name, Depth::header));
+  Facts facts = inspect::look_at(name, Depth::processes);
+  Rehearsal rehearsal = rehearse(type, facts);
+  auto objections = objections_to({Operation::stamp, facts, hold, &rehearsal, &type});
+  return {std::move(facts), std::move(hold), std::move(rehearsal), std::move(objections)};
+}
+
+report::Object describe(const Facts &facts, const std::vector<Objection> &objections,
+                        const Rehearsal &rehearsal, const FileType &type) {
+  report::Object object = inspect::describe(facts);
+  object.push_back({"type", type.name});
+  object.push_back(
+      {"vdprep_status", rehearsal.status ? report::Value(*rehearsal.status) : report::Value()});
+  object.push_back({"vdprep_reason",
+                    rehearsal.reason.empty() ? report::Value() : report::Value(rehearsal.reason)});
+  object.push_back({"objections", describe(objections)});
+  report::List writes;
+  if (rehearsal.status == 0) {
+    writes.emplace_back(report::Object{{"offset", 0U}, {"length", type.block_size}});
+    if (facts.is_file() && rehearsal.new_size > facts.size.value_or(0)) {
+      writes.emplace_back(
+          report::Object{{"offset", *facts.size}, {"length", rehearsal.new_size - *facts.size}});
+    }
+  }
+  object.push_back({"would_write", std::move(writes)});
+  return object;
+}
+
+std::vector<std::string> sentences(const std::string &name,
+                                   const std::vector<Objection> &objections) {
+  std::vector<std::string> lines;
+  for (const Objection &objection : objections) {
+    lines.push_back(fmt::format(
+        "{}: {}: {}{}", name, objection.name, objection.message,
+        objection.overrulable ? fmt::format(" To do it all the same: --overrule {}", objection.name)
+                              : ""));
+  }
+  return lines;
+}
+
+void declare_overruling(CLI::App &parser, std::vector<std::string> &overruled) {
+  parser
+      .add_option("--overrule", overruled,
+                  fmt::format("Go on in spite of this objection ({}); repeatable",
+                              fmt::join(overrulable_names(), ", ")))
+      ->type_name("NAME")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
+      ->check([](const std::string &name) {
+        for (const std::string &known : overrulable_names()) {
+          if (name == known) return std::string();
+        }
+        return fmt::format("{} is no objection that can be overruled; these can: {}.", name,
+                           fmt::join(overrulable_names(), ", "));
+      });
+}
+
+}  // namespace vdadm::guard

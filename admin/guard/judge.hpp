@@ -1,0 +1,31 @@
+// The look at a disk that is to be stamped, and the verdict.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "admin/guard/guard.hpp"
+
+namespace vdadm::guard {
+
+/// Everything about a stamp that is to be, while the disk is held.
+struct Judgement {
+  inspect::Facts facts;
+  Hold hold;
+  Rehearsal rehearsal;
+  std::vector<Objection> objections;
+};
+
+Judgement judge_stamp(const FileType &type, const std::string &name);
+
+/// The same of a disk that gave no answer.
+report::Object describe(const inspect::Facts &facts, const std::vector<Objection> &objections,
+                        const Rehearsal &rehearsal, const FileType &type);
+
+/// A line for each objection, and how it is overruled.
+std::vector<std::string> sentences(const std::string &name,
+                                   const std::vector<Objection> &objections);
+
+/// Adds --overrule NAME, repeatable; a name that is no objection's, or cannot be overruled, is refused.
+void declare_overruling(CLI::App &parser, std::vector<std::string> &overruled);
+
+}  // namespace vdadm::guard
