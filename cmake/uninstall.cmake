@@ -1,0 +1,18 @@
+# Removes what the last installation of this build put in place (DESTDIR holds here as well), and the folders
+# that were its own.
+set(manifest ${CMAKE_BINARY_DIR}/install_manifest.txt)
+if(NOT EXISTS ${manifest})
+  message(FATAL_ERROR "nothing was installed from here")
+endif()
+file(STRINGS ${manifest} files)
+foreach(file ${files})
+  file(REMOVE "$ENV{DESTDIR}${file}")
+  get_filename_component(folder "$ENV{DESTDIR}${file}" DIRECTORY)
+  list(APPEND folders "${folder}")
+endforeach()
+foreach(folder ${folders})
+  file(GLOB left "${folder}/*")
+  if(folder MATCHES "/(skgfr|sysl)$" AND NOT left)
+    file(REMOVE_RECURSE "${folder}")
+  endif()
+endforeach()
