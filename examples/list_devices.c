@@ -1,7 +1,7 @@
 /* Lists the devices and files that a pattern finds, with their sizes.
  *
  *   list_devices [PATTERN]      without one: the raw devices */
-#include <skgfr/skgfr.h>
+#include <skgfr/client.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -43,5 +43,6 @@ int main(int argc, char **argv) {
   for (kgglk *link = head->kgglknxt; link != head; link = link->kgglknxt) {
     print((skgfrstat *)link);
   }
+  skgfr_end_context(&se, &ctx);
   return EXIT_SUCCESS;
 }

@@ -5,7 +5,7 @@
  * One request stands for each buffer: submit it, wait until any is done, use its data, give it the next
  * block. Where the file does no asynchronous I/O the same requests are carried out one after the other,
  * and standard error says so. */
-#include <skgfr/skgfr.h>
+#include <skgfr/client.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -26,7 +26,7 @@ typedef struct reader {
   skgfrfib *fib;
   skgfriov *iov;
   slot slots[DEPTH];
-  ub4 next;  /* block to read next; blocks count from 1 */
+  ub4 next;  /* block to read next */
   ub4 last;  /* the file's last whole block */
   ub4 flags; /* of skgfqio */
   unsigned in_flight;
@@ -83,31 +83,26 @@ static void open_file(reader *r, char *name) {
   r->flags = skgfqioREAD;
   if (r->iov->maxaio_skgfriov > 0) r->flags |= skgfqioASYNC;
   if (!(r->flags & skgfqioASYNC)) fprintf(stderr, "%s: synchronous only\n", name);
-  r->next = 1;
-  r->later = (kgglk){&r->later, &r->later};
-  const ub8 size = skgfgfsz(&r->se, &r->ctx, (text *)name, strlen(name));
-  if (r->se.slercoer) stop("skgfgfsz", &r->se);
-  r->last = (ub4)(size / BLOCK);
+  skgfr_make_list(&r->later);
+  skgfr_reach reach;
+  skgfr_find_reach(&r->se, &r->ctx, r->fib, &reach);
+  if (r->se.slercoer) stop("skgfr_find_reach", &r->se);
+  r->next = reach.first;
+  r->last = reach.first + reach.blocks - 1;
 }
 
-static void append(kgglk *list, kgglk *link) {
-  link->kgglknxt = list;
-  link->kgglkprv = list->kgglkprv;
-  list->kgglkprv->kgglknxt = link;
-  list->kgglkprv = link;
-}
-
-static kgglk *take_first(kgglk *list) {
+/* The link is the first field of a request. */
+static skgfrrq *take_first(kgglk *list) {
   kgglk *const link = list->kgglknxt;
   list->kgglknxt = link->kgglknxt;
   link->kgglknxt->kgglkprv = list;
-  return link;
+  return (skgfrrq *)link;
 }
 
 /* Puts the next block on the list, into this slot. */
 static void aim(reader *r, slot *s, kgglk *list) {
   s->request.blockno_skgfrrq = r->next++;
-  append(list, &s->request.link_skgfrrq);
+  skgfr_append(list, &s->request);
 }
 
 static void use(reader *r, slot *s) {
@@ -120,11 +115,11 @@ static void use(reader *r, slot *s) {
 static void queue(reader *r, kgglk *list) {
   skgfqio(&r->ctx, list, r->flags);
   while (list->kgglknxt != list) {
-    kgglk *const link = take_first(list);
-    slot *const s = ((skgfrrq *)link)->iosb_skgfrrq->ctx_skgfriosb;
+    skgfrrq *const request = take_first(list);
+    slot *const s = request->iosb_skgfrrq->ctx_skgfriosb;
     switch (s->status->status_skgfriosb) {
       case skgfriPEND: ++r->in_flight; break;
-      case skgfriLATER: append(&r->later, link); break;
+      case skgfriLATER: skgfr_append(&r->later, request); break;
       default: use(r, s); /* done at once, or failed */
     }
   }
@@ -133,11 +128,11 @@ static void queue(reader *r, kgglk *list) {
 /* Waits for a block, then takes all that have come by then and sends their slots off again together,
  * with those that found no room before. */
 static void turn_around(reader *r) {
-  kgglk list = {&list, &list};
-  while (r->later.kgglknxt != &r->later) append(&list, take_first(&r->later));
+  kgglk list;
+  skgfr_make_list(&list);
+  while (r->later.kgglknxt != &r->later) skgfr_append(&list, take_first(&r->later));
   skgfriosb *done = NULL;
-  const ub4 longest = 0xFFFFFFFF;
-  skgfrr result = skgfrwat(&r->se, &r->ctx, 1, &done, NULL, longest);
+  skgfrr result = skgfrwat(&r->se, &r->ctx, 1, &done, NULL, skgfrUNKNOWN);
   if (result == skgfrrERROR) stop("skgfrwat", &r->se);
   while (result == skgfrrOK && done) {
     slot *const s = done->ctx_skgfriosb;
@@ -172,7 +167,8 @@ int main(int argc, char **argv) {
   open_file(&r, argv[1]);
   prepare_slots(&r);
   do {
-    kgglk list = {&list, &list};
+    kgglk list;
+    skgfr_make_list(&list);
     for (int i = 0; i < DEPTH && r.next <= r.last; ++i) aim(&r, &r.slots[i], &list);
     queue(&r, &list);
     while (r.in_flight > 0 || r.later.kgglknxt != &r.later) turn_around(&r);
@@ -180,6 +176,8 @@ int main(int argc, char **argv) {
   use_rest(&r);
   skgfcfi(&r.se, &r.ctx, r.iov);
   if (r.se.slercoer) stop("skgfcfi", &r.se);
+  skgfr_end_context(&r.se, &r.ctx);
+  if (r.se.slercoer) stop("skgfr_end_context", &r.se);
   printf("%04x\n", r.sum);
   return EXIT_SUCCESS;
 }

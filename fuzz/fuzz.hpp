@@ -11,7 +11,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *, size_t);
 
 inline void require(bool holds, const char *invariant) {
-  if (!holds) std::fprintf(stderr, "broken: %s\n", invariant), std::abort();
+  if (holds) return;
+  std::fprintf(stderr, "broken: %s\n", invariant);
+  std::abort();
 }
 
 /// An input, taken off at its front; behind its end everything is 0.

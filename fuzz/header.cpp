@@ -37,7 +37,8 @@ int LLVMFuzzerTestOneInput(const ub1 *bytes, size_t length) {
   table.bhxor_skgcb = sum_of_words;
   table.pre10compat_skgcb = []() -> boolean { return client == of_old_layout; };
   table.getparam_skgcb = [](auto, auto, auto, void *value, auto, auto, auto) -> boolean {
-    return *static_cast<uword *>(value) = client == of_old_layout, TRUE;
+    *static_cast<uword *>(value) = client == of_old_layout;
+    return TRUE;
   };
   skgfrctx ctx{};
   ctx.cbk_skgfrctx = client ? &table : nullptr;

@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "fuzz/fuzz.hpp"
-#include "sysl/sysl.h"
+#include "skgfr/client.h"
 
 using std::string;
 static const text *texts(const string &s) { return reinterpret_cast<const text *>(s.c_str()); }
@@ -28,7 +28,8 @@ static string at_every_size(size_t least, Operation operation) {
     require(length < room && out[length] == 0, "a result ends in a NUL inside its room");
     const string now(out.data(), &out[length]);
     require(!good || now == result, "the room changes no result");
-    good = true, result = now;
+    good = true;
+    result = now;
   }
   return result;
 }
@@ -62,5 +63,13 @@ int LLVMFuzzerTestOneInput(const ub1 *data, size_t size) {
     *length = se->slercoer ? 0 : whole.size();
   });
   require(composed == (whole.size() < 600 ? whole : ""), "pieces are joined");
+
+  const string literal = "/" + name;
+  std::vector<text> kept(2 * literal.size() + 1);
+  const size_t length =
+      skgfr_protect_name(texts(literal), literal.size(), kept.data(), kept.size());
+  const string taken =
+      at_every_size(0, [&](auto se, auto... out) { sltln(se, kept.data(), length, out...); });
+  require(taken == (literal.size() < 600 ? literal : ""), "a protected name is taken literally");
   return 0;
 }

@@ -19,15 +19,16 @@ Disk::Disk(const std::string &name, const std::string &shown)
     const size_t place = at * size_t{block_words};
     slots_.emplace_back(starts[at / window] + at % window, most,
                         static_cast<ub4 *>(buffers_.get()) + place, model_.data() + place);
-    free_.push_back(&slots_.back());
+    idle_.push_back(&slots_.back());
   }
+  block0_ = support::contents(shown, 512);
 }
 
-std::vector<Slot *> Disk::take_free(size_t count) {
-  std::shuffle(free_.begin(), free_.end(), dice);
-  const auto from = free_.end() - static_cast<ptrdiff_t>(std::min(free_.size(), count));
-  const std::vector<Slot *> taken(from, free_.end());
-  free_.erase(from, free_.end());
+std::vector<Slot *> Disk::take_idle(size_t count) {
+  std::shuffle(idle_.begin(), idle_.end(), dice);
+  const auto from = idle_.end() - static_cast<ptrdiff_t>(std::min(idle_.size(), count));
+  const std::vector<Slot *> taken(from, idle_.end());
+  idle_.erase(from, idle_.end());
   return taken;
 }
 
@@ -36,8 +37,7 @@ void Disk::queue(Slot &slot, Handle &handle, ub4 at, kgglk &head) {
   slot.time = skgfrUNKNOWN;
   slot.rq.iov_skgfrrq = handle.iov;
   slot.rq.blockno_skgfrrq = slot.first + at - handle.from_zero;
-  slot.rq.link_skgfrrq = {&head, head.kgglkprv};
-  head.kgglkprv = head.kgglkprv->kgglknxt = &slot.rq.link_skgfrrq;
+  skgfr_append(&head, &slot.rq);
 }
 
 void Disk::submit() {
@@ -49,10 +49,11 @@ void Disk::submit() {
   ctx->flags_skgfrctx |= (checking ? skgfrcVALIDATE : 0) | (below(2) ? skgfrcLISTIO : 0);
   stamp_ += 0x1000001;
   kgglk head{&head, &head};
-  const auto batch = take_free(1 + below(below(10) ? 24 : 900));
+  const auto batch = take_idle(1 + below(below(10) ? 24 : 900));
   for (Slot *slot : batch) {
     const size_t bytes = 512 * (1 + below(slot->most));
-    slot->stamp = stamp_, slot->reads = reading;
+    slot->stamp = stamp_;
+    slot->reads = reading;
     slot->fill(slot->words, bytes);
     slot->rq.bufspec_skgfrrq.buffer_skgfrrq = {slot->words, bytes};
     queue(*slot, handles_[below(3)], 0, head);
@@ -77,40 +78,40 @@ bool Disk::judge(Slot &slot, bool asynchronous, bool room) {
   expect(found == expected || waits || fails, "state of a request", found, expected);
   const long unmoved = in_kernel ? (list ? 2707002 : 2707001) : asynchronous ? 2707205 : 2707204;
   const long code = refused ? (slot.handle->open ? 2706400 : 2705010) : found == 'E' ? unmoved : 0;
-  expect(outcome(slot.se) == code, "error of a request", outcome(slot.se), code);
+  expect(outcome(slot.error) == code, "error of a request", outcome(slot.error), code);
   slot.outstanding = found == 'P';
   if (slot.outstanding) return ++slot.handle->busy;
 
-  free_.push_back(&slot);
+  idle_.push_back(&slot);
   const bool unsure = found != 'D' && in_kernel && !slot.reads;
-  const bool written = unsure && !holds(slot, slot.model, slot.bytes());
-  expect(!written || holds(slot, slot.words, slot.bytes()), "partly written", slot.first);
+  const bool written = unsure && !holds(slot.first, slot.model, slot.bytes());
+  expect(!written || holds(slot.first, slot.words, slot.bytes()), "partly written", slot.first);
   if (found == 'D' || written) slot.moved();
   return found == 'D';
 }
 
-bool Disk::holds(const Slot &slot, const ub4 *words, size_t bytes) {
-  const ssize_t got = pread64(shown_, seen_.data(), bytes, off64_t{slot.first} * 512);
-  return got == static_cast<ssize_t>(bytes) && std::memcmp(seen_.data(), words, bytes) == 0;
+bool Disk::holds(ub4 block, const void *bytes, size_t size) {
+  const ssize_t got = pread64(shown_, seen_.data(), size, off64_t{block} * 512);
+  return got == static_cast<ssize_t>(size) && std::memcmp(seen_.data(), bytes, size) == 0;
 }
 
 /// A request that was delivered. One whose completion failed was carried out all the same.
 void Disk::take(skgfriosb *iosb) {
-  Slot &slot = static_cast<Slot &>(*static_cast<support::Request *>(iosb->ctx_skgfriosb));
+  Slot &slot = *static_cast<Slot *>(iosb->ctx_skgfriosb);
   if (!expect(slot.outstanding, "delivered without being outstanding", slot.first)) return;
   slot.outstanding = false;
   --slot.handle->busy;
-  free_.push_back(&slot);
-  const bool good = slot.se.slercoer == 0;
+  idle_.push_back(&slot);
+  const bool good = slot.error.slercoer == 0;
   expect(slot.letter() == (good ? 'D' : 'E'), "state at delivery", slot.letter());
   expect((slot.time != skgfrUNKNOWN) == good, "elapsed time", slot.time);
   if (good || !slot.reads) slot.moved();
   if (good) return;
   const ub4 asked = static_cast<ub4>(slot.bytes());
-  const int error = slot.se.slercerrno == EIO ? EIO : EINTR;
-  const bool told = support::is(slot.se, {27061, error, {longest, asked}}) ||
-                    support::is(slot.se, {27085, 0, {asked / 2, asked}});
-  expect(--failed_completions >= 0 && told, "failed completion", slot.se.slercoer);
+  const int error = slot.error.slercerrno == EIO ? EIO : EINTR;
+  const bool told = support::is(slot.error, {27061, error, {longest, asked}}) ||
+                    support::is(slot.error, {27085, 0, {asked / 2, asked}});
+  expect(--failed_completions >= 0 && told, "failed completion", slot.error.slercoer);
 }
 
 void Disk::collect() {
@@ -184,7 +185,7 @@ void Disk::transfer_vector(Slot &slot, Handle &handle, ub4 at) {
   queue(slot, handle, at, head);
   uword result = 0;
   attempt([&] { result = skgfqio(ctx, &head, skgfqioVECTOR | (reading ? skgfqioREAD : 0)); });
-  se = slot.se;
+  se = slot.error;
   if (se.slercoer == 27071) se.slercose[0] = 0;  // it is the block, where others have the site
   const bool done = succeeded(0, {2707100, 2707203});
   expect(result == !done && slot.letter() == (done ? 'D' : 'E'), "state of a vector");

@@ -1,7 +1,6 @@
 // A large file or device: the handles and requests on it, and what its blocks hold.
 //
 // Every slot has blocks and a buffer of its own, so that the order of completions decides nothing.
-// Block 0 is the business of files.hpp.
 #pragma once
 
 #include <fcntl.h>
@@ -10,7 +9,6 @@
 #include <numeric>
 
 #include "soak/run.hpp"
-#include "tests/async/support.hpp"
 
 namespace soak {
 
@@ -29,9 +27,15 @@ struct Handle {
 };
 
 /// Blocks, a buffer for them, and the request that may be on its way for them.
-struct Slot : support::Request {
+struct Slot {
   Slot(ub4 at, ub4 blocks, ub4 *bytes, ub4 *on_disk)
-      : Request(nullptr, at, bytes, 0), first(at), most(blocks), words(bytes), model(on_disk) {}
+      : first(at), most(blocks), words(bytes), model(on_disk) {
+    iosb->slerc_skgfriosb = &error;
+    iosb->time_skgfriosb = &time;
+    iosb->ctx_skgfriosb = this;
+    rq.iosb_skgfrrq = iosb;
+  }
+  char letter() const { return "?PDELCB"[iosb->status_skgfriosb]; }  // the state's initial
   size_t bytes() const { return rq.bufspec_skgfrrq.buffer_skgfrrq.blen_skgfrbd; }
   /// What a write writes: every word tells its place and the moment.
   void fill(ub4 *to, size_t size) const {
@@ -42,9 +46,12 @@ struct Slot : support::Request {
     if (!reads) fill(model, bytes());
     expect(std::memcmp(words, model, bytes()) == 0, "data of block", first);
   }
-  ub4 first, most, *words, *model, stamp = 0;
+  ub4 first, most, *words, *model, stamp = 0, time = 0;
   Handle *handle = nullptr;
   bool reads = false, outstanding = false;
+  slerc error{};
+  support::Iosb iosb;
+  skgfrrq rq{};
 };
 
 class Disk {
@@ -56,30 +63,31 @@ class Disk {
   void collect();
   void claim();
   void lock();
+  void upgrade();
   void open_or_close();
-  Handle *any_open();
   /// Every counter, list and handle against the model; a busy handle does not close.
   void check();
   /// Collects and closes everything, and compares all contents.
   void rest();
 
  private:
-  std::vector<Slot *> take_free(size_t count);
+  std::vector<Slot *> take_idle(size_t count);
   void queue(Slot &slot, Handle &handle, ub4 at, kgglk &head);
   bool judge(Slot &slot, bool asynchronous, bool room);
   void take(skgfriosb *iosb);
   void transfer_vector(Slot &slot, Handle &handle, ub4 at);
   void change(Handle &handle, bool opens);
-  bool holds(const Slot &slot, const ub4 *words, size_t bytes);
+  bool holds(ub4 block, const void *bytes, size_t size);
   int lock_met() const;
-
+  Handle *any_open();
   ub4 outstanding() const { return handles_[0].busy + handles_[1].busy + handles_[2].busy; }
 
   int shown_, lockable_;
   ub4 stamp_ = 0;
   Handle handles_[3];  // the second counts from 0, the third does no asynchronous I/O
+  std::string block0_;
   std::deque<Slot> slots_;
-  std::vector<Slot *> free_;
+  std::vector<Slot *> idle_;
   std::vector<ub4> model_ = std::vector<ub4>(2 * window * block_words), seen_ = model_;
   std::unique_ptr<void, void (*)(void *)> buffers_{std::aligned_alloc(512, model_.size() * 4),
                                                    std::free};

@@ -1,9 +1,21 @@
-// Opens, closes and locks the large file; the counters that everything on it keeps.
+// Opens, closes and locks the large file, and rewrites its block 0; the counters that everything on it
+// keeps.
 #include <unistd.h>
 
 #include "soak/disk.hpp"
+#include "tests/support/header.hpp"
 
 namespace soak {
+
+namespace {
+
+size_t length(const kgglk &head) {
+  size_t count = 0;
+  for (const kgglk *link = head.kgglknxt; link != &head; link = link->kgglknxt) ++count;
+  return count;
+}
+
+}  // namespace
 
 Handle *Disk::any_open() {
   Handle &handle = handles_[below(3)];
@@ -15,10 +27,8 @@ void Disk::open_or_close() {
   change(handle, !handle.open || below(4) == 0);
 }
 
-/// Opens a handle, also one that is open, or closes it. After a failed close it is begun anew: what
-/// became of the descriptor the layer does not guess.
+/// Opens a handle, also one that is open, or closes it. After a failed close it is open still.
 void Disk::change(Handle &handle, bool opens) {
-  if (handle.busy) opens = false;  // a handle that is opened again forgets its requests
   const ub4 options = ctx->flags_skgfrctx, flags = skgfofiWRITE | (below(4) ? 0 : skgfofiDSYNC);
   const uword most = &handle == &handles_[2] ? 0 : 1024;
   if (most == 0) ctx->flags_skgfrctx &= ~ub4{skgfrcASYNC};
@@ -28,8 +38,8 @@ void Disk::change(Handle &handle, bool opens) {
   });
   ctx->flags_skgfrctx = options;
   const long busy = handle.busy ? 2707300 + (handle.busy < 100 ? handle.busy : 0) : 0;
-  handle.open = (succeeded(busy, {2704103, 2704503, 2705201, 2706000}) && opens) || busy;
-  if (se.slercoer == 27045) handle.iov = support::Iov(), --ctx->curopen_skgfrctx;
+  const bool good = succeeded(busy, {2704103, 2704503, 2705201, 2706000});
+  handle.open = good ? opens : busy || se.slercoer == 27045;
   if (se.slercoer != 0 || !opens) return;
   const uword found = handle.iov->maxaio_skgfriov;
   handle.synchronous = found == 0;
@@ -47,20 +57,34 @@ void Disk::lock() {
   Handle *const handle = any_open();
   if (!handle) return;
   const boolean share = below(2) ? TRUE : FALSE;
-  const bool locked =
-      succeeds([&] { skgfglk(&se, ctx, handle->iov, share); }, 0, {2708609, 2708610, 2708810});
+  attempt([&] { skgfglk(&se, ctx, handle->iov, share); });
+  const bool locked = succeeded(0, {2708609, 2708610, 2708810});
   const int taken = !locked ? F_UNLCK : share ? F_RDLCK : F_WRLCK;
   expect(lock_met() == taken, "lock", lock_met(), taken);
-  const bool gone = succeeds([&] { skgfrlk(&se, ctx, handle->iov); }, 0, {2708911});
+  attempt([&] { skgfrlk(&se, ctx, handle->iov); });
+  const bool gone = succeeded(0, {2708911});
   expect(lock_met() == (gone ? F_UNLCK : taken), "lock after its release", lock_met());
   skgfrlk(&se, ctx, handle->iov);
 }
 
+/// Block 0 of another number of blocks.
+void Disk::upgrade() {
+  Handle *const handle = any_open();
+  if (!handle) return;
+  const ub4 blocks = std::exchange(handle->fib->filsiz_skgfrfib, below(disk_blocks));
+  const support::Header after{.blocks = handle->fib->filsiz_skgfrfib,
+                              .mode = support::priv(handle->fib)->ftyp_skgfrsfib};
+  attempt([&] { skgfrupd_blk0_v10(&se, ctx, handle->iov); });
+  handle->fib->filsiz_skgfrfib = blocks;
+  if (succeeded(0, {2704306, 2704409, 2704410})) block0_ = after.bytes();
+  expect(holds(0, block0_.data(), 512), "block 0");
+}
+
 void Disk::check() {
   const uword done = ctx->aiodone_skgfrctx, all = ctx->aiopend_skgfrctx + done;
-  const size_t in_kernel = ctx->aiopend_skgfrctx - support::length(ctx->conv_skgfrctx);
+  const size_t in_kernel = ctx->aiopend_skgfrctx - length(ctx->conv_skgfrctx);
   expect(in_kernel <= 1024, "in the kernel", static_cast<long>(in_kernel), 1024);
-  expect(done == support::length(ctx->qdone_skgfrctx), "done queue", done);
+  expect(done == length(ctx->qdone_skgfrctx), "done queue", done);
   expect(all == outstanding(), "counted requests", all, outstanding());
   ub4 open_handles = 0;
   for (Handle &handle : handles_) {
@@ -81,8 +105,9 @@ void Disk::rest() {
   for (Handle &handle : handles_) {
     if (handle.open) change(handle, false);
   }
+  expect(holds(0, block0_.data(), 512), "block 0");
   for (const Slot &slot : slots_) {
-    expect(holds(slot, slot.model, slot.most * 512), "contents of block", slot.first);
+    expect(holds(slot.first, slot.model, slot.most * 512), "contents of block", slot.first);
   }
 }
 

@@ -26,6 +26,8 @@ int io_queue_init(int events, io_context_t *context) {
   return answer(syscall(SYS_io_setup, events, context));
 }
 
+int io_queue_release(io_context_t context) { return answer(syscall(SYS_io_destroy, context)); }
+
 int io_submit(io_context_t context, long count, struct iocb *blocks[]) {
   if (meets("io_submit")) return -errno;
   if (count > 1 && meets("half of a list")) count /= 2;

@@ -4,52 +4,35 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <map>
 
 #include "soak/disk.hpp"
-#include "soak/files.hpp"
 #include "tests/support/places.hpp"
 
 namespace {
 
 using namespace soak;
 
-struct World {
-  Disk disk;
-  Files files;
-};
-
 struct Kind {
   const char *name;
-  ub4 weight;
-  void (*step)(World &);
+  void (Disk::*step)();
   long done = 0;
-} kinds[] = {{"requests", 8, [](World &w) { w.disk.submit(); }},
-             {"vectors", 3, [](World &w) { w.disk.transfer_vectors(); }},
-             {"collect", 6, [](World &w) { w.disk.collect(); }},
-             {"claim", 12, [](World &w) { w.disk.claim(); }},
-             {"open, close", 3, [](World &w) { w.disk.open_or_close(); }},
-             {"lock", 1, [](World &w) { w.disk.lock(); }},
-             {"upgrade", 1,
-              [](World &w) {
-                if (Handle *const handle = w.disk.any_open()) w.files.upgrade(handle->iov);
-              }},
-             {"create", 6, [](World &w) { w.files.create(); }},
-             {"identify, resize", 6, [](World &w) { w.files.identify(); }},
-             {"sizes", 2, [](World &w) { w.files.ask_sizes(); }},
-             {"remove", 3, [](World &w) { w.files.remove(); }},
-             {"search", 1, [](World &w) { w.files.search(); }},
-             {"discover", 1, [](World &w) { w.files.discover(); }}};
+} kinds[] = {{"requests", &Disk::submit},
+             {"vectors", &Disk::transfer_vectors},
+             {"collect", &Disk::collect},
+             {"claim", &Disk::claim},
+             {"lock", &Disk::lock},
+             {"upgrade", &Disk::upgrade},
+             {"open, close", &Disk::open_or_close}};
+std::discrete_distribution<size_t> draw({8, 3, 6, 12, 1, 1, 3});  // how often each in 34 steps
 
-void step(World &world) {
-  ub4 all = 0;
-  for (const Kind &each : kinds) all += each.weight;
-  ub4 drawn = below(all);
-  Kind *drawn_kind = kinds;
-  while (drawn >= drawn_kind->weight) drawn -= drawn_kind++->weight;
-  kind = drawn_kind->name;
-  drawn_kind->step(world);
-  world.disk.check();
-  ++drawn_kind->done;
+void step(Disk &disk) {
+  Kind &drawn = kinds[draw(dice)];
+  kind = drawn.name;
+  (disk.*drawn.step)();
+  disk.check();
+  ++drawn.done;
   ++step_number;
 }
 
@@ -59,11 +42,10 @@ struct Kept {
 };
 
 /// Comes to rest, where all contents are compared.
-Kept rest(World &world) {
+Kept rest(Disk &disk) {
   kind = "rest";
   calm = true;
-  world.disk.rest();
-  world.files.rest();
+  disk.rest();
   calm = false;
   return {};
 }
@@ -104,37 +86,30 @@ int soak_on(const std::string &place, double minutes, long steps) {
   if (direct && se.slercerrno == EINVAL) return skip("no direct I/O here");
   if (!succeeded(0, {})) return 1;
 
-  const auto world = std::unique_ptr<World>(
-      new World{{name, shown}, {dir.path("tree"), name, shown, disk_blocks}});
+  const auto disk = std::make_unique<Disk>(name, shown);
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::duration<double>(minutes * 60);
-  const Kept first = rest(*world);
+  const Kept first = rest(*disk);
   Kept last = first;
   while (step_number < steps && Clock::now() < end && mismatches == 0) {
-    step(*world);
-    if (step_number % 4096 == 0) last = rest(*world);
+    step(*disk);
+    if (step_number % 4096 == 0) last = rest(*disk);
   }
-  if (mismatches == 0) last = rest(*world);
+  if (mismatches == 0) last = rest(*disk);
   return report(first, last);
 }
 
 }  // namespace
 
 int main(int count, char **words) {
-  double minutes = 1e6;
-  long steps = 1L << 30;
-  std::string place = "file";
-  seed = std::random_device()();
-  for (int i = 1; i + 1 < count; i += 2) {
-    const std::string name = words[i];
-    if (name == "--minutes") minutes = std::stod(words[i + 1]);
-    if (name == "--steps") steps = std::stol(words[i + 1]);
-    if (name == "--seed") seed = std::stoul(words[i + 1]);
-    if (name == "--on") place = words[i + 1];
-  }
+  std::map<std::string, std::string> options = {{"--minutes", "1e6"}, {"--steps", "1073741824"}};
+  options["--seed"] = std::to_string(std::random_device()());
+  options["--on"] = "file";
+  for (int i = 1; i + 1 < count; i += 2) options[words[i]] = words[i + 1];
+  seed = std::stoul(options["--seed"]);
   dice.seed(static_cast<unsigned>(seed));
   umask(022);
   fault_reset();
   fault_redirect("libaio.so.1", SOAK_AIO);
-  return soak_on(place, minutes, steps);
+  return soak_on(options["--on"], std::stod(options["--minutes"]), std::stol(options["--steps"]));
 }

@@ -1,11 +1,11 @@
-/* The public headers as a C client sees them: fills a callback table, creates a file, walks one
- * write and identifies the result. Exits with the number of the first step that went wrong. */
-#include <stdio.h>
+/* The public headers as a C client sees them: fills a callback table, creates a file, walks one write,
+ * asks its block size and deletes it.
+ *   public_header_test NEW_NAME   exits with the number of the first step that went wrong */
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "skgfr/skgfr.h"
+#include "skgfr/client.h"
 #include "sysl/sysl.h"
 #include "tool/vdprep.h"
 
@@ -16,12 +16,14 @@ static const skgcb table = {.trace_skgcb = say,
                             .bhxor_skgcb = vdprep_xor,
                             .pre10compat_skgcb = current_layout};
 
-static int walk(text *name, size_t length) {
+int main(int argc, char **argv) {
   static char block[512] __attribute__((aligned(512)));
   skgfrfib *const fib = calloc(1, skgfrgsz(skgfrsFIB));
   skgfriov *const iov = calloc(1, skgfrgsz(skgfrsIOV));
   skgfriosb *const status = calloc(1, skgfrgsz(skgfrsISB));
-  if (!fib || !iov || !status) return 2;
+  if (argc != 2 || !fib || !iov || !status) return 2;
+  text *const name = (text *)argv[1];
+  const size_t length = strlen(argv[1]);
   slerc se;
   skgfrctx ctx;
   skgfrwcx wait;
@@ -36,25 +38,18 @@ static int walk(text *name, size_t length) {
   if (se.slercoer) return 6;
 
   kgglk list;
-  skgfrrq request = {{&list, &list}, iov, status, 3, {{block, sizeof block}}, 0};
-  list.kgglknxt = list.kgglkprv = &request.link_skgfrrq;
+  skgfrrq request = {{NULL, NULL}, iov, status, 3, {{block, sizeof block}}, 0};
+  skgfr_make_list(&list);
+  skgfr_append(&list, &request);
   status->slerc_skgfriosb = &se;
   if (skgfqio(&ctx, &list, 0) || status->status_skgfriosb != skgfriDONE) return 7;
   skgfcfi(&se, &ctx, iov);
   if (se.slercoer || skgfglbsz(&se, &ctx, name, length, skgfrfDATA) != 512) return 8;
+  skgfr_end_context(&se, &ctx);
+  if (se.slercoer) return 9;
+  if (skgfrdel(&se, &ctx, name, length, skgfrfDATA) != skgfrrOK) return 10;
   free(fib);
   free(iov);
   free(status);
   return 0;
-}
-
-int main(void) {
-  char folder[] = "/tmp/vdprep-test-XXXXXX";
-  char name[sizeof folder + 8];
-  if (!mkdtemp(folder)) return 1;
-  snprintf(name, sizeof name, "%s/data", folder);
-  const int failed = walk((text *)name, strlen(name));
-  unlink(name);
-  rmdir(folder);
-  return failed;
 }

@@ -1,11 +1,15 @@
-// Every answer of the kernel, given by the stand-in library, and what becomes of the requests.
+// Every answer of the kernel, given by the stand-in library, and what becomes of the requests; and what
+// the real one does as well.
+#include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <tuple>
+#include <deque>
 
-#include "tests/async/support.hpp"
+#include "tests/stand_in_aio/stand_in_aio.h"
+#include "tests/support/requests.hpp"
+#include "tests/support/world.hpp"
 
 using namespace support;
 
@@ -13,6 +17,64 @@ namespace {
 
 using Answers = std::vector<int>;
 constexpr ub4 longest = 0xFFFFFFFF;
+constexpr size_t room = 1024;  // of a context
+
+/// What the kernel answers, call by call; then it does all that it is asked to.
+struct Kernel {
+  Answers takes{};    // of the submitted, or a negated errno
+  Answers brings{};   // of the completed, at most; 0: the time is out
+  Answers results{};  // of a completion: bytes, or a negated errno
+};
+
+/// A file of 16 blocks, open for asynchronous writing.
+struct OpenFile : World {
+  OpenFile() {
+    ctx->flags_skgfrctx |= skgfrcASYNC;
+    put(name, std::string(17 * 512, '\0'));
+    identify(*this);
+    skgfofi(&se, ctx, fib, iov, room, skgfofiWRITE);
+    EXPECT_EQ(se.slercoer, 0);
+  }
+};
+
+/// Requests of its blocks from the first on, which share a buffer.
+class AsyncTest : public LayerTest, public OpenFile {
+ public:
+  void SetUp() override {
+    if (ctx->maxaio_skgfrctx == 0) GTEST_SKIP() << "the kernel gives no asynchronous context now";
+    void *const library = dlopen("libaio.so.1", RTLD_NOW | RTLD_NOLOAD);
+    aio = library ? static_cast<stand_in_aio *>(dlsym(library, "stand_in_aio")) : nullptr;
+    if (aio) *aio = {};
+  }
+  Requests make(size_t count) {
+    Requests made;
+    while (made.size() < count) {
+      made.push_back(&pool.emplace_back(iov, 1, std::vector{skgfrbd{buffer, sizeof buffer}}));
+    }
+    return made;
+  }
+  uword queue(const Requests &requests, bool together, ub4 direction = skgfqioREAD) {
+    const ub4 others = ctx->flags_skgfrctx & ~ub4{skgfrcLISTIO};
+    ctx->flags_skgfrctx = others | (together ? skgfrcLISTIO : 0);
+    return skgfqio(ctx, RequestList(requests), skgfqioASYNC | direction);
+  }
+  Requests deliver_all() {
+    Requests all;
+    skgfriosb *iosb = nullptr;
+    while (skgfrwat(&se, ctx, 1, &iosb, nullptr, 6000) == skgfrrOK) {
+      all.push_back(static_cast<Request *>(iosb->ctx_skgfriosb));
+    }
+    EXPECT_EQ(ctx->aiopend_skgfrctx, 0u);
+    EXPECT_EQ(ctx->aiodone_skgfrctx, 0u);
+    for (kgglk *head : {&ctx->qdone_skgfrctx, &ctx->conv_skgfrctx, &ctx->qsubmit_skgfrctx}) {
+      EXPECT_EQ(head->kgglknxt, head);
+    }
+    return all;
+  }
+  std::deque<Request> pool;
+  alignas(512) char buffer[8192]{};
+  stand_in_aio *aio = nullptr;  // stays null over the real library
+};
 
 class StandIn : public AsyncTest {
  public:
@@ -20,155 +82,213 @@ class StandIn : public AsyncTest {
     AsyncTest::SetUp();
     if (!aio) GTEST_SKIP() << "needs the stand-in library";
   }
-  void plan(const Answers &submissions, const Answers &reapings, const Answers &results) {
-    answer(aio->submissions, submissions);
-    answer(aio->reapings, reapings);
-    answer(aio->results, results);
-    aio->submit_calls = aio->reap_calls = 0;
-  }
-  Requests make(size_t count) {
-    Requests made;
-    while (made.size() < count) made.push_back(&pool.emplace_back(file.iov, 1, buffer, 8192));
-    return made;
+  void plan(const Kernel &kernel) {
+    const int waiting = aio->waiting;
+    *aio = {};
+    aio->waiting = waiting;
+    std::copy(kernel.takes.begin(), kernel.takes.end(), aio->submissions.values);
+    std::copy(kernel.brings.begin(), kernel.brings.end(), aio->reapings.values);
+    std::copy(kernel.results.begin(), kernel.results.end(), aio->results.values);
+    aio->submissions.count = static_cast<int>(kernel.takes.size());
+    aio->reapings.count = static_cast<int>(kernel.brings.size());
+    aio->results.count = static_cast<int>(kernel.results.size());
   }
   /// Requests that are carried out at once and only reported later.
-  void convert(size_t count) {
+  Requests convert(size_t count) {
+    const Requests made = make(count);
     ctx->flags_skgfrctx &= ~ub4{skgfrcVALIDATE};
-    priv(file.iov)->flags_skgfrsiov = skgfrvSYNCHRONOUS;
-    queue(make(count), true);
-    priv(file.iov)->flags_skgfrsiov = 0;
+    priv(iov)->flags_skgfrsiov = skgfrvSYNCHRONOUS;
+    queue(made, true);
+    priv(iov)->flags_skgfrsiov = 0;
+    return made;
   }
-  File file{ctx, dir.path("f"), 16};
-  std::deque<Request> pool;
-  alignas(512) char buffer[8192]{};
+  void submit(const struct Submission &row);
+  int descriptor() { return priv(iov)->fd_skgfrsiov; }
 };
 
-struct Submission {
-  bool list;
-  size_t pending, converted;  // before
-  Answers submissions, reapings, results;
-  std::string letters;  // of the requests: Pending, Later, Error
-  int error = 0;
-};
+enum { alone, list };
 
+const struct Submission {
+  const char *name;
+  int how;
+  struct {
+    size_t pending = 0, converted = 0;
+  } before;
+  Kernel kernel;
+  std::string letters;             // of the requests: Pending, Later, Error
+  int error = 0, reap_calls = -1;  // -1: as many as it takes
+} submissions[] = {
+    {"one by one", alone, {}, {.takes = {-EAGAIN, 1, 0}}, "LPL"},
+    {"all but the second", alone, {}, {.takes = {1, -EIO}}, "PEP", EIO},
+    {"no room for one", alone, {.pending = room}, {}, "LL", 0, 0},
+    {"none taken", list, {}, {.takes = {0}}, "LLLL"},
+    {"a part taken", list, {.pending = 1}, {.takes = {3}, .brings = {1, -EINTR}}, "PPPL"},
+    {"what comes first",
+     list,
+     {.pending = 2},
+     {.takes = {2}, .brings = {1, 1, 1, 1}},
+     "PPLL",
+     0,
+     4},
+    {"room for a part", list, {.pending = 1020}, {.brings = {0}}, "PPPPLLLLL"},
+    // refused for good: the first is at fault; but not where room was missing besides
+    {"refused for good", list, {}, {.takes = {-EBADF}}, "ELL", EBADF},
+    {"refused in part", list, {.pending = 1020}, {.takes = {-EBADF}, .brings = {0}}, "LLLLLLLLL"},
+    {"no room for a list", list, {.converted = 1030}, {}, "LL", 0, 0},
+    {"back already", list, {}, {.takes = {3}, .results = {8192, -EIO, 8192}}, "PEPL", EIO},
+    {"to be tried again", list, {}, {.takes = {3}, .results = {-EAGAIN, 8192, -EINTR}}, "LPLL"}};
+
+void StandIn::submit(const Submission &row) {
+  plan({});
+  queue(make(row.before.pending), true);
+  convert(row.before.converted);
+  plan(row.kernel);
+  const Requests requests = make(row.letters.size());
+  EXPECT_EQ(queue(requests, row.how == list), 1u);
+  const size_t before = row.before.pending + row.before.converted;
+  const size_t calls = before >= room ? 0 : row.how == list ? 1 : requests.size();
+  EXPECT_EQ(aio->submit_calls, static_cast<int>(calls));
+  EXPECT_EQ(aio->reap_calls, row.reap_calls < 0 ? aio->reap_calls : row.reap_calls);
+  size_t taken = before;
+  for (size_t i = 0; i < requests.size(); ++i) {
+    EXPECT_EQ(requests[i]->letter(), row.letters[i]) << i;
+    const Expected one{27070, row.error, {1, 1}}, in_list{27070, row.error, {2}};
+    if (row.letters[i] == 'E') {
+      EXPECT_TRUE(is(requests[i]->se, row.how == list ? in_list : one));
+    }
+    taken += row.letters[i] == 'P';
+  }
+  EXPECT_EQ(deliver_all().size(), taken) << "nothing that was answered comes again";
+  EXPECT_EQ(priv(iov)->aiopend_skgfrsiov, 0u);
+}
 TEST_F(StandIn, Submission) {
-  std::vector<Submission> rows = {
-      {false, 0, 0, {-EAGAIN, 1, 0}, {}, {}, "LPL"},
-      {false, 0, 0, {1, -EIO}, {}, {}, "PEP", EIO},
-      {false, 1024, 0, {}, {}, {}, "LL"},
-      {true, 0, 0, {0}, {}, {}, "LLLL"},
-      {true, 1, 0, {3}, {1, -EINTR}, {}, "PPPL"},
-      {true, 1000, 0, {}, {0}, {}, std::string(24, 'P') + std::string(76, 'L')},
-      {true, 0, 1030, {}, {}, {}, "LL"},
-      // taken, and back before the call answers
-      {true, 0, 0, {3}, {}, {8192, -EIO, 8192}, "PEPL", EIO},
-      {true, 0, 0, {3}, {}, {-EAGAIN, 8192, -EINTR}, "LPLL"}};
+  for (const Submission &row : submissions) {
+    SCOPED_TRACE(row.name);
+    submit(row);
+  }
   // one alone, one with another pending, a list alone, a list with another pending
   for (const auto &[error, letters] : std::vector<std::pair<int, std::string>>{
-           {EAGAIN, "LLLL"}, {ENOMEM, "ELLL"}, {EIO, "EELL"}, {EINVAL, "EELL"}, {ENOSYS, "EEEE"}}) {
+           {EAGAIN, "LLLL"}, {ENOMEM, "ELLL"}, {EIO, "EEEE"}, {EINVAL, "EEEE"}, {ENOSYS, "EEEE"}}) {
     for (size_t i = 0; i < 4; ++i) {
-      rows.push_back({i / 2 == 1, i % 2, 0, {-error}, {}, {}, letters.substr(i, 1), error});
+      SCOPED_TRACE(testing::Message() << strerrorname_np(error) << ' ' << i);
+      submit({"", i < 2 ? alone : list, {i % 2}, {.takes = {-error}}, letters.substr(i, 1), error});
     }
-  }
-  for (const auto &row : rows) {
-    SCOPED_TRACE(&row - rows.data());
-    plan({}, {}, {});
-    queue(make(row.pending), true);
-    convert(row.converted);
-    plan(row.submissions, row.reapings, row.results);
-    const Requests requests = make(row.letters.size());
-    EXPECT_EQ(queue(requests, row.list), 1u);
-    const bool room = row.pending + row.converted < 1024;
-    EXPECT_EQ(aio->submit_calls, !room ? 0 : row.list ? 1 : static_cast<int>(requests.size()));
-    EXPECT_TRUE(room || aio->reap_calls == 0);
-    size_t taken = row.pending + row.converted;
-    for (size_t i = 0; i < requests.size(); ++i) {
-      EXPECT_EQ(requests[i]->letter(), row.letters[i]) << i;
-      const ub4 site = row.list ? 2 : 1, block = row.list ? 0 : 1;
-      EXPECT_TRUE(row.letters[i] != 'E' || is(requests[i]->se, {27070, row.error, {site, block}}));
-      taken += row.letters[i] == 'P';
-    }
-    EXPECT_EQ(deliver_all().size(), taken) << "nothing that was answered comes again";
-    EXPECT_EQ(priv(file.iov)->aiopend_skgfrsiov, 0u);
   }
 }
 
+const struct Wait {
+  const char *name;
+  Answers brings;
+  struct {
+    ub4 count = 1, timeout = 100;
+    bool to_the_end = false;  // not to be interrupted
+  } asked;
+  char result;  // OK, Not found, Interrupt, Error
+  int calls;
+  long milliseconds;
+} waits[] = {{"done", {}, {.timeout = 150, .to_the_end = true}, 'O', 1, 1500},
+             {"more than there are", {}, {.count = 7, .timeout = 0}, 'O', 1, 0},
+             {"for none", {}, {.count = 0, .timeout = longest, .to_the_end = true}, 'N', 0, 0},
+             {"not at all", {0}, {.timeout = 0}, 'N', 1, 0},
+             {"the longest", {0}, {.timeout = longest}, 'N', 1, 600000},
+             {"interrupted", {-EINTR}, {.timeout = 99}, 'I', 1, 990},
+             {"to the end", {-EINTR, -EINTR}, {.to_the_end = true}, 'O', 3, 1000},
+             {"ETIME", {-ETIME}, {}, 'N', 1, 1000},
+             {"ETIME at the longest", {-ETIME}, {.timeout = longest}, 'O', 2, 600000},
+             {"ETIMEDOUT", {-ETIMEDOUT}, {.timeout = longest}, 'N', 1, 600000},
+             {"ENOMEM", {-ENOMEM}, {}, 'N', 1, 1000},
+             {"EAGAIN", {-EAGAIN}, {}, 'N', 1, 1000},
+             {"EIO", {-EIO}, {}, 'E', 1, 1000}};
+
 TEST_F(StandIn, Waiting) {
   skgfrwcx self{getpid()};
-  const struct {
-    Answers reapings;
-    ub4 count, timeout;
-    bool interruptible;
-    char result;  // OK, Not found, Interrupt, Error
-    int calls;
-    long milliseconds;
-  } rows[] = {{{}, 1, 150, false, 'O', 1, 1500},
-              {{}, 7, 0, false, 'O', 1, 0},
-              {{}, 0, longest, false, 'N', 0, 0},
-              {{0}, 1, 0, true, 'N', 1, 0},
-              {{0}, 1, longest, true, 'N', 1, 600000},
-              {{-EINTR}, 1, 99, true, 'I', 1, 990},
-              {{-EINTR, -EINTR}, 1, 100, false, 'O', 3, 1000},
-              {{-ETIME}, 1, 100, true, 'N', 1, 1000},
-              {{-ETIME}, 1, longest, true, 'O', 2, 600000},
-              {{-ETIMEDOUT}, 1, longest, true, 'N', 1, 600000},
-              {{-ENOMEM}, 1, 100, true, 'N', 1, 1000},
-              {{-EAGAIN}, 1, 100, true, 'N', 1, 1000},
-              {{-EIO}, 1, 100, true, 'E', 1, 1000}};
-  for (const auto &row : rows) {
-    SCOPED_TRACE(&row - rows);
+  for (const Wait &row : waits) {
+    SCOPED_TRACE(row.name);
     queue(make(1), true);
-    plan({}, row.reapings, {});
-    aio->timeout = {};
+    plan({.brings = row.brings});
     skgfriosb *iosb = nullptr;
     se = dirty();
-    skgfrwcx *const wcx = row.interruptible ? &self : nullptr;
-    EXPECT_EQ("?ONIE"[skgfrwat(&se, ctx, row.count, &iosb, wcx, row.timeout)], row.result);
+    const auto [count, timeout, to_the_end] = row.asked;
+    skgfrwcx *const wcx = to_the_end ? nullptr : &self;
+    EXPECT_EQ("?ONIE"[skgfrwat(&se, ctx, count, &iosb, wcx, timeout)], row.result);
     EXPECT_TRUE(is(se, row.result == 'E' ? Expected{27083, EIO} : Expected{0}));
-    const long waited = aio->timeout.tv_sec * 1000 + aio->timeout.tv_nsec / 1000000;
-    EXPECT_EQ(std::tuple(aio->reap_calls, waited), std::tuple(row.calls, row.milliseconds));
+    EXPECT_EQ(aio->timeout.tv_sec * 1000 + aio->timeout.tv_nsec / 1000000, row.milliseconds);
+    EXPECT_EQ(aio->reap_calls, row.calls);
     EXPECT_EQ(iosb != nullptr, row.result == 'O');
     EXPECT_EQ(deliver_all().size(), iosb ? 0u : 1u);
   }
+}
+
+TEST_F(StandIn, Conversion) {
   convert(1);
-  queue(make(1), true);
-  EXPECT_FALSE(skgfrliopo(&se, ctx, 2, 0, FALSE, 0)) << "what was converted is not the kernel's";
+  queue(make(2), true);
+  plan({.brings = {1, 1}});
+  EXPECT_FALSE(skgfrliopo(&se, ctx, 1, 0, FALSE, 0)) << "what was converted is not the kernel's";
+  EXPECT_FALSE(skgfospo(&se, ctx, 1, 0, 0, 0));
+  EXPECT_EQ(aio->reap_calls, 1) << "what was converted is there already";
   EXPECT_EQ(se.slercoer, 0);
-  fault_arm("pread64", 0, 1, EIO, FAULT_FAILS);
+  EXPECT_EQ(deliver_all().size(), 3u);
   convert(1);
-  EXPECT_TRUE(is(pool.back().se, {27072, EIO, {5, 1, longest}}));
-  EXPECT_EQ(deliver_all().size(), 2u);
+  queue(make(2), true);
+  plan({.brings = {1, 1}});
+  EXPECT_FALSE(skgfospo(&se, ctx, 2, 0, 0, 0));
+  EXPECT_EQ(aio->reap_calls, 1) << "it is one of those that are waited for";
+  fault_arm("pread64", 0, 1, EIO, FAULT_FAILS);
+  EXPECT_TRUE(is(convert(1)[0]->se, {27072, EIO, {5, 1, longest}}));
+  EXPECT_EQ(deliver_all().size(), 3u);
+}
+
+TEST_F(StandIn, Claims) {
+  const Requests reaped = make(2);
+  queue(reaped, true);
+  unsigned int count = 0;
+  EXPECT_EQ(skgfr_reap64(ctx, nullptr, 2, nullptr, 2, &count, TRUE), 2);
+  const Requests converted = convert(1);
+  for (const Request *one : {reaped[0], converted[0]}) {
+    skgfrchk(ctx, one->iosb);
+    EXPECT_EQ(one->letter(), 'P') << "not complete yet";
+    EXPECT_EQ(ctx->aiodone_skgfrctx, 2u);
+  }
+  EXPECT_FALSE(skgfospo(&se, ctx, 1, 0, 0, 0));
+  for (int times = 0; times < 2; ++times) {  // once, and again
+    skgfrchk(ctx, converted[0]->iosb);
+    EXPECT_EQ(converted[0]->letter(), 'D');
+    EXPECT_EQ(ctx->aiodone_skgfrctx, 2u);
+  }
+  EXPECT_EQ(deliver_all(), Requests(reaped.rbegin(), reaped.rend()));
 }
 
 TEST_F(StandIn, Completion) {
   const struct {
+    const char *name;
     int result, error, moved;
     Expected failure{0};
-  } rows[] = {{8192, 0, 8192},
-              {4096, 0, 4096, {27085, 0, {4096, 8192}}},
-              {0, 0, 0, {27085, 0, {0, 8192}}},
-              {-5, 5, -1, {27061, 5, {longest, 8192}}}};
+  } rows[] = {{"whole", 8192, 0, 8192},
+              {"short", 4096, 0, 4096, {27085, 0, {4096, 8192}}},
+              {"nothing", 0, 0, 0, {27085, 0, {0, 8192}}},
+              {"failed", -EIO, EIO, -1, {27061, EIO, {longest, 8192}}}};
   for (const boolean suspended : {FALSE, TRUE}) {
-    for (const auto &row : rows) {
-      SCOPED_TRACE(&row - rows);
-      plan({}, {}, {row.result});
+    for (const auto &[row, result, error, moved, failure] : rows) {
+      SCOPED_TRACE(row);
+      plan({.results = {result}});
       Request *const one = make(1)[0];
       queue({one}, suspended);
       EXPECT_NE(priv(one->iosb)->start_skgfrsisb, 0u);
       priv(one->iosb)->start_skgfrsisb -= 500;
       aiocb64 *const block = &priv(one->iosb)->aio64req_skgfrsisb;
-      const auto state = [&] {
-        return std::tuple(skgfr_error64(ctx, block), skgfr_return64(ctx, block));
-      };
-      EXPECT_EQ(state(), std::tuple(EINPROGRESS, -EINPROGRESS));
+      EXPECT_EQ(skgfr_error64(ctx, block), EINPROGRESS);
+      EXPECT_EQ(skgfr_return64(ctx, block), -EINPROGRESS);
       unsigned int reaped = 0;
+      errno = EXDEV;  // is nobody's
       EXPECT_EQ(skgfr_reap64(ctx, nullptr, 1, nullptr, 1, &reaped, suspended), 1);
+      EXPECT_EQ(aio->timeout.tv_sec, -1) << "without a time-out";
       EXPECT_EQ(one->letter() == 'P', suspended == TRUE);
-      EXPECT_EQ(state(), std::tuple(row.error, row.moved));
+      EXPECT_EQ(skgfr_error64(ctx, block), error);
+      EXPECT_EQ(skgfr_return64(ctx, block), moved);
       EXPECT_EQ(deliver_all(), Requests{one});
-      EXPECT_EQ(one->letter(), row.failure.code ? 'E' : 'D');
-      EXPECT_TRUE(is(one->se, row.failure));
-      EXPECT_EQ(one->time >= 500 && one->time != skgfrUNKNOWN, row.failure.code == 0);
+      EXPECT_EQ(one->letter(), failure.code ? 'E' : 'D');
+      EXPECT_TRUE(is(one->se, failure));
+      EXPECT_EQ(one->time >= 500 && one->time != skgfrUNKNOWN, failure.code == 0);
     }
   }
 }
@@ -176,7 +296,7 @@ TEST_F(StandIn, Completion) {
 TEST_F(StandIn, ReapingCounts) {
   const Requests five = make(5), three = make(3);
   queue(five, true);
-  plan({}, {2, 1, 1}, {});
+  plan({.brings = {2, 1, 1}});
   unsigned int reaped = 0;
   EXPECT_EQ(skgfr_reap64(ctx, nullptr, 3, nullptr, 1024, &reaped, FALSE), 1) << "of the last call";
   EXPECT_EQ(reaped, 3u);
@@ -186,7 +306,7 @@ TEST_F(StandIn, ReapingCounts) {
   EXPECT_EQ(errno, E2BIG);
   EXPECT_EQ(deliver_all(), Requests(five.rbegin(), five.rend())) << "last completed first";
   queue(three, true);
-  plan({}, {1, 1, 1}, {});
+  plan({.brings = {1, 1, 1}});
   const aiocb64 *list[] = {&priv(three[1]->iosb)->aio64req_skgfrsisb, nullptr, nullptr};
   EXPECT_EQ(skgfr_suspend64(ctx, list, 3, nullptr), 2) << "until one of the list is done";
   skgfriosb *iosb = nullptr;
@@ -194,42 +314,65 @@ TEST_F(StandIn, ReapingCounts) {
   EXPECT_EQ(aio->reap_calls, 2) << "enough were done";
   EXPECT_EQ(deliver_all().size(), 2u);
   queue(make(3), true);
-  plan({}, {3}, {});
+  plan({.brings = {3}});
   aiocb64 *few[] = {nullptr, nullptr};
   EXPECT_EQ(skgfr_reap64(ctx, nullptr, 1, few, 1, &reaped, FALSE), 3);
-  EXPECT_TRUE(few[0] && !few[1]) << "no more than the list holds";
+  EXPECT_NE(few[0], nullptr);
+  EXPECT_EQ(few[1], nullptr) << "no more than the list holds";
   EXPECT_EQ(deliver_all().size(), 3u);
 }
 
 TEST_F(StandIn, SupportProbe) {
   const struct {
-    Answers submissions, reapings, results;
+    const char *name;
+    Kernel kernel;
     boolean supported;
     int calls, late;
-  } rows[] = {{{}, {}, {}, TRUE, 1, 0},      {{}, {0, -EINTR}, {}, TRUE, 3, 0},
-              {{}, {}, {100}, FALSE, 1, 0},  {{}, {}, {STAND_IN_STRAY}, FALSE, 1, 0},
-              {{-EIO}, {}, {}, FALSE, 0, 0}, {{0}, {}, {}, FALSE, 0, 0},
-              {{}, {-1}, {}, FALSE, 1, 1},   {{}, {0, -EINTR, 0}, {}, FALSE, 3, 1}};
-  const int fd = priv(file.iov)->fd_skgfrsiov;
+  } rows[] = {{"works", {}, TRUE, 1, 0},
+              {"works late", {.brings = {0, -EINTR}}, TRUE, 3, 0},
+              {"too short", {.results = {100}}, FALSE, 1, 0},
+              {"of nobody", {.results = {STAND_IN_STRAY}}, FALSE, 1, 1},
+              {"refused", {.takes = {-EIO}}, FALSE, 0, 0},
+              {"not taken", {.takes = {0}}, FALSE, 0, 0},
+              {"a wait that failed", {.brings = {-1}}, FALSE, 1, 1},
+              {"too late", {.brings = {0, -EINTR, 0}}, FALSE, 3, 1}};
   for (const auto &row : rows) {
     for (const boolean again : {FALSE, TRUE}) {
-      SCOPED_TRACE(&row - rows);
+      SCOPED_TRACE(row.name);
       convert(1);
-      plan(row.submissions, row.reapings, row.results);
-      EXPECT_EQ(skgfr_aiosupported(ctx, fd), row.supported);
-      EXPECT_EQ(std::tuple(aio->reap_calls, aio->waiting), std::tuple(row.calls, row.late));
-      EXPECT_TRUE(!again || skgfr_aiosupported(ctx, fd)) << "past the late completion";
+      plan(row.kernel);
+      EXPECT_EQ(skgfr_aiosupported(ctx, descriptor()), row.supported);
+      EXPECT_EQ(aio->reap_calls, row.calls);
+      EXPECT_EQ(aio->waiting, row.late);
+      EXPECT_TRUE(!again || skgfr_aiosupported(ctx, descriptor())) << "past the late completion";
       queue(make(2), true);
       EXPECT_EQ(deliver_all().size(), 3u) << "the late completion is none of them";
       EXPECT_EQ(aio->waiting, 0);
     }
   }
   queue(make(2), true);
-  plan({}, {0, 0, 0}, {});
-  EXPECT_FALSE(skgfr_aiosupported(ctx, fd)) << "what is in flight stays there";
-  EXPECT_EQ(std::tuple(aio->submit_calls, aio->timeout.tv_sec), std::tuple(0, 10));
-  EXPECT_TRUE(skgfr_aiosupported(ctx, fd));
+  plan({.brings = {0, 0, 0}});
+  EXPECT_FALSE(skgfr_aiosupported(ctx, descriptor())) << "what is in flight stays there";
+  EXPECT_EQ(aio->submit_calls, 0);
+  EXPECT_EQ(aio->timeout.tv_sec, 10);
+  EXPECT_TRUE(skgfr_aiosupported(ctx, descriptor()));
   EXPECT_EQ(ctx->aiodone_skgfrctx, 2u) << "collected before the probe";
+}
+
+using Transfer = AsyncTest;
+TEST_F(Transfer, MovesWhatItIsAskedTo) {
+  for (const bool together : {false, true}) {
+    const char fill = together ? 'b' : 'a';
+    std::memset(buffer, fill, sizeof buffer);
+    const Requests write = make(1), read = make(1);
+    EXPECT_EQ(queue(write, together, 0), 0u);
+    EXPECT_EQ(deliver_all(), write);
+    EXPECT_EQ(contents(name, ~size_t{0}, 512), std::string(8192, fill));
+    std::memset(buffer, 0, sizeof buffer);
+    EXPECT_EQ(queue(read, together), 0u);
+    EXPECT_EQ(deliver_all(), read);
+    EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(8192, fill));
+  }
 }
 
 using Post = AsyncTest;
@@ -239,13 +382,16 @@ TEST_F(Post, WakesAnInterruptibleWait) {
   ctx->aiopend_skgfrctx = 1;  // the kernel does not have it, so it never completes
   for (skgfrwcx *const wcx : {&self, static_cast<skgfrwcx *>(nullptr)}) {
     const pid_t waker = fork();  // wakes often, as the first time may be too early
-    for (int times = wcx ? 500 : 5; waker == 0 && times > 0; --times) {
-      usleep(20000), skgfrpst(&se, ctx, &self, 0);
+    for (int times = 0; waker == 0 && times < 2000; ++times) {
+      usleep(20000);
+      skgfrpst(&se, ctx, &self, 0);
     }
     if (waker == 0) _exit(0);
     const skgfrr result = skgfrwat(&se, ctx, 1, &iosb, wcx, wcx ? 6000 : 20);
     EXPECT_EQ(result, wcx ? skgfrrINTERRUPT : skgfrrNOTFOUND);
-    kill(waker, SIGKILL), waitpid(waker, nullptr, 0);
+    EXPECT_EQ(waitpid(waker, nullptr, WNOHANG), 0) << "the signals did not prolong the wait";
+    kill(waker, SIGKILL);
+    waitpid(waker, nullptr, 0);
   }
   static int wakeups = 0;
   signal(SIGWINCH, [](int) { ++wakeups; });
@@ -258,18 +404,16 @@ TEST_F(Post, WakesAnInterruptibleWait) {
 /// In a process of its own, as the library stays loaded; a kernel call would be one to address 0.
 void use_the_layer_without_library() {
   fault_arm("dlopen", 0, 2, ENOENT, FAULT_NULL);
-  TempDir dir;
-  Context ctx{(client().io_options = "asynch", &client_table)};
-  const File file(ctx, dir.path("f"), 8);
+  OpenFile file;
+  skgfrctx *const ctx = file.ctx;
   alignas(512) char buffer[512];
-  Request one(file.iov, 1, buffer, sizeof buffer);
-  kgglk head{&one.rq.link_skgfrrq, &one.rq.link_skgfrrq};
-  one.rq.link_skgfrrq = {&head, &head};
+  Request one(file.iov, 1, {{buffer, sizeof buffer}});
+  Request *const list[] = {&one};
   EXPECT_EQ(skgfr_aiorw64(ctx, 0, buffer, 512, 0, priv(one.iosb), FALSE), -1);
-  EXPECT_EQ(skgfqio(ctx, &head, skgfqioASYNC), 1u);
+  EXPECT_EQ(skgfqio(ctx, RequestList(list), skgfqioASYNC), 1u);
   EXPECT_TRUE(is(one.se, {27064}));
   ctx->flags_skgfrctx &= ~ub4{skgfrcVALIDATE};
-  EXPECT_EQ(skgfqio(ctx, &head, skgfqioASYNC), 0u);
+  EXPECT_EQ(skgfqio(ctx, RequestList(list), skgfqioASYNC), 0u);
   EXPECT_FALSE(skgfospo(&one.se, ctx, 2, 0, 0, 0));
   EXPECT_EQ(skgfgiod(ctx), static_cast<skgfriosb *>(one.iosb));
   std::exit(testing::Test::HasFailure());

@@ -12,39 +12,59 @@ namespace support {
 
 namespace {
 
-// The first bytes of the magic numbers.
-const char old_magic = *here("\x5D", "\x5A"), current_magic = *here("\x7D", "\x7A");
-
 using std::string;
 
-volatile sig_atomic_t signals = 0;
+// What operations answer beside their result.
 
-const char *word(skgfrr result) {
+volatile sig_atomic_t signals = 0;
+text out[513];
+size_t length = 99;
+uword devices = 0;
+slgtd_t now{};
+skgfr_reach reach{};
+skgfriosb *delivered = nullptr;
+string found;
+
+// What came of an operation
+
+string number(Scene &, ub8 result) {
+  return result == ~ub8{0} || result == unknown ? "unknown" : std::to_string(result);
+}
+const char *outcome(ub8 result) {
   const char *const words[] = {"?", "OK", "NOTFOUND", "INTERRUPT", "ERROR", "SZERR"};
   return words[result];
 }
-string word(ub8 number) {
-  return number == ~ub8{0} || number == unknown ? "unknown" : std::to_string(number);
-}
-text *name(Scene &s) { return txt(s.name); }
 
+/// The first bytes of the magic numbers tell the layouts apart.
+const char *layout_of(const char *block) {
+  if (block[12] == *here("\x5D", "\x5A")) return "old";
+  return block[28] == *here("\x7D", "\x7A") ? "current" : "none";
+}
 /// Size and header of the scene's file, or that there is none.
-string on_disk(const Scene &s) {
+string disk(Scene &s, ub8 = 0) {
   if (!std::filesystem::exists(s.name)) return "no file";
-  const string bytes = contents(s.name, 1 << 16);
-  const bool old = bytes[12] == old_magic, stamped = old || bytes[28] == current_magic;
+  const string bytes = contents(s.name, 1 << 16), layout = layout_of(bytes.data());
   ub4 blocks;
-  std::memcpy(&blocks, &bytes[old ? 8 : 24], sizeof blocks);
-  return std::to_string(bytes.size()) + (stamped ? " stamped " + std::to_string(blocks) : " plain");
+  std::memcpy(&blocks, &bytes[layout == "old" ? 8 : 24], sizeof blocks);
+  return std::to_string(bytes.size()) +
+         (layout == "none" ? " plain" : " stamped " + std::to_string(blocks));
 }
-string facts_of(Scene &s) {
-  return word(ub8{s.fib->filsiz_skgfrfib}) + " of " + word(ub8{priv(s.fib)->lastblk_skgfrsfib});
+string disk_and_result(Scene &s, ub8 result) { return outcome(result) + (", " + disk(s)); }
+string disk_and_position(Scene &s, ub8) {
+  return disk(s) + ", position " + number(s, priv(s.iov)->offset_skgfrsiov);
 }
-string identified_as(Scene &s, skgfrr result) {
+string folder(Scene &s, ub8 result) {
+  return outcome(result) + string(std::filesystem::exists(s.name) ? ", there" : ", gone");
+}
+string size_of_record(Scene &s, ub8 = 0) {
+  return number(s, s.fib->filsiz_skgfrfib) + " of " + number(s, priv(s.fib)->lastblk_skgfrsfib);
+}
+string size_and_disk(Scene &s, ub8) { return size_of_record(s) + ", " + disk(s); }
+string identified_as(Scene &s, ub8 result) {
   const bool sealed = priv(s.fib)->seal_skgfrsfib == skgfrSEAL;
-  return word(result) + (sealed ? " sealed " + facts_of(s) : string(" open"));
+  return outcome(result) + (sealed ? " sealed " + size_of_record(s) : string(" open"));
 }
-string handle(Scene &s) {
+string handle(Scene &s, ub8) {
   const skgfrsiov *const handle = priv(s.iov);
   string state = handle->seal_skgfrsiov == skgfrSEAL ? "open" : "closed";
   if (handle->flags_skgfrsiov & skgfrvSYNCHRONOUS) state += " synchronous";
@@ -52,124 +72,145 @@ string handle(Scene &s) {
   return state + " " + std::to_string(s.ctx->curopen_skgfrctx);
 }
 /// The lock that another owner meets.
-string met_lock(Scene &s) {
+string lock(Scene &s, ub8) {
   const int other = open(s.name.c_str(), O_RDWR);
   struct flock64 lock {};
   lock.l_type = F_WRLCK;
   const bool asked = fcntl(other, F_OFD_GETLK, &lock) == 0;
   close(other);
-  return !asked ? "?" : lock.l_type == F_WRLCK ? "exclusive" : lock.l_type ? "free" : "shared";
+  if (!asked) return "?";
+  return lock.l_type == F_WRLCK ? "exclusive" : lock.l_type ? "free" : "shared";
 }
-
-template <auto call>  // of an operation that answers with a result
-string by_result(Scene &s) {
-  return word(s.during([&] { return call(s); }));
+string answer(Scene &, ub8 result) { return result == skgfrnVECBUF ? "vector" : "copy"; }
+string layout(Scene &, ub8) { return layout_of(reinterpret_cast<const char *>(out)); }
+string forced(Scene &s, ub8) { return std::to_string(s.fib->serr_skgfrfib); }
+string device_count(Scene &, ub8) { return std::to_string(devices); }
+string reached(Scene &, ub8) {
+  if (reach.bytes == 0) return "untouched";
+  return std::to_string(reach.blocks) + " from " + std::to_string(reach.first) + " at " +
+         std::to_string(reach.offset);
 }
-
-string identify_file(Scene &s) {
-  return identified_as(
-      s, s.during([&] { return skgfifi(&s.se, s.ctx, s.fib, name(s), s.name.size()); }));
+string limits(Scene &s, ub8) {
+  return "limit " + number(s, s.ctx->limfsiz_skgfrctx) + ", slot " +
+         std::to_string(s.ctx->sigwinchslot_skgfrctx) + ", asynchronous " +
+         std::to_string(s.ctx->maxaio_skgfrctx);
 }
-string create(Scene &s) {
-  s.during([&] {
-    return skgfrcre(&s.se, s.ctx, name(s), s.name.size(), s.type, s.fib->lblksiz_skgfrfib, s.blocks,
-                    s.flags),
-           0;
-  });
-  return on_disk(s);
+/// The context as it is, but for the late probes, which may leave it at any time.
+string bytes_of_context(Scene &s) {
+  skgfrctx copy = *s.ctx;
+  copy.qsubmit_skgfrctx = {};
+  return string(reinterpret_cast<char *>(&copy), sizeof copy);
 }
-string resize(Scene &s) {
-  s.during([&] { return skgfrsz(&s.se, s.ctx, s.fib, s.blocks), 0; });
-  return facts_of(s) + ", " + on_disk(s);
+string end_of_context(Scene &s, ub8) {
+  const string after = bytes_of_context(s);
+  return after == string(after.size(), '\0') ? "ended" : after == found ? "as it was" : "else";
 }
-string recompute(Scene &s) {
-  s.during([&] { return skgfrfb(&s.se, s.ctx, s.fib), 0; });
-  return facts_of(s);
-}
-string open_handle(Scene &s) {
-  s.during([&] { return skgfofi(&s.se, s.ctx, s.fib, s.iov, 8, s.flags), 0; });
-  return handle(s);
-}
-template <auto call>  // of an operation on the handle
-string on_handle(Scene &s) {
-  s.during([&] { return call(&s.se, s.ctx, s.iov), 0; });
-  return handle(s);
-}
-template <auto call, boolean... share>
-string locking(Scene &s) {
-  s.during([&] { return call(&s.se, s.ctx, s.iov, share...), 0; });
-  return met_lock(s);
-}
-string ask(Scene &s) {
-  const auto question = static_cast<skgfrq>(s.blocks);
-  const skgfrn answer = s.during([&] { return skgfask(&s.se, s.ctx, s.iov, question); });
-  return answer == skgfrnVECBUF ? "vector" : "copy";
-}
-string remove_folder(Scene &s) {
-  const skgfrr result = s.during([&] { return skgfrddel(&s.se, name(s), s.name.size()); });
-  return word(result) + string(std::filesystem::exists(s.name) ? ", there" : ", gone");
-}
-string remove_file(Scene &s) {
-  const skgfrr result =
-      s.during([&] { return skgfrdel(&s.se, s.ctx, name(s), s.name.size(), s.type); });
-  return word(result) + string(", ") + on_disk(s);
-}
-string build_header(Scene &s) {
-  alignas(512) char block[512]{};
-  s.during([&] { return skgfrfhblk(&s.se, s.ctx, block, 9, 512, skgfrfVTG), 0; });
-  return block[12] == old_magic ? "old" : block[28] == current_magic ? "current" : "none";
-}
-string upgrade(Scene &s) {
-  if (priv(s.iov)->seal_skgfrsiov == skgfrSEAL) priv(s.iov)->offset_skgfrsiov = 4;
-  s.during([&] { return skgfrupd_blk0_v10(&s.se, s.ctx, s.iov), 0; });
-  return on_disk(s) + ", position " + word(ub8{priv(s.iov)->offset_skgfrsiov});
-}
-string initialise(Scene &s) {
-  skgfrwcx wait{};
-  s.during([&] {
-    skgfrpini(&s.se, s.ctx, &wait, &client_table, nullptr);
-    return dlerror(), dlerror();  // lets go of the loader's last message
-  });
-  const skgfrctx *const ctx = s.ctx;
-  return "limit " + word(ctx->limfsiz_skgfrctx) + ", slot " +
-         word(ub8(ctx->sigwinchslot_skgfrctx)) + ", asynchronous " +
-         word(ub8{ctx->maxaio_skgfrctx});
-}
-string post(Scene &s) {
-  skgfrwcx self{getpid()};
-  sslssreghdlr(&s.other_se, SIGWINCH, count_signal, nullptr, 0);
-  s.during([&] { return skgfrpst(&s.se, s.ctx, &self, 0), 0; });
-  return signals ? "woken" : "not woken";
-}
-string supports(Scene &s) {
-  const int fd = priv(s.iov)->fd_skgfrsiov;
-  s.se = {};
-  return s.during([&] { return skgfr_aiosupported(s.ctx, fd); }) ? "yes" : "no";
-}
-
-alignas(512) char buffer[1024];
-skgfrbd parts[] = {{buffer, 512}, {buffer + 512, 512}};
-
-string queue(Scene &s) {
-  const uword result = s.during([&] { return queue_request(s); });
+string wakeups(Scene &, ub8) { return signals ? "woken" : "not woken"; }
+string support(Scene &, ub8 result) { return result ? "yes" : "no"; }
+string queued(Scene &s, ub8 result) {
   const char *const states[] = {"UNTOUCHED", "PEND", "DONE", "ERROR", "LATER", "CANCEL", "BADREQ"};
-  const skgfrsiov *const handle = priv(s.iov);
-  return states[s.iosb->status_skgfriosb] + string(result ? " refused" : "") + ", position " +
-         word(ub8{handle->offset_skgfrsiov}) + ", pending " + word(ub8{handle->aiopend_skgfrsiov});
+  return states[s.request->iosb->status_skgfriosb] + string(result ? " refused" : "") +
+         ", position " + number(s, priv(s.iov)->offset_skgfrsiov) + ", pending " +
+         number(s, priv(s.iov)->aiopend_skgfrsiov);
 }
-template <bool request_record>
-string wait(Scene &s) {
-  skgfriosb *iosb = nullptr;
-  skgfrwcx self{getpid()};
-  s.se = {};
-  s.iosb->slerc_skgfriosb = request_record ? &s.se : &s.other_se;
-  slerc *const own = request_record ? &s.other_se : &s.se;
-  const skgfrr result = s.during([&] { return skgfrwat(own, s.ctx, 1, &iosb, &self, 100); });
-  return word(result) + string(iosb ? " request " : " nothing ") +
-         "?PDELCB"[s.iosb->status_skgfriosb] + ", pending " +
-         word(ub8{priv(s.iov)->aiopend_skgfrsiov});
+string delivery(Scene &s, ub8 result) {
+  return outcome(result) + string(delivered ? " request " : " nothing ") + s.request->letter() +
+         ", pending " + number(s, priv(s.iov)->aiopend_skgfrsiov);
+}
+string matches(Scene &, ub8 result) {
+  if (!result) return "nothing";
+  auto *const found_ones = reinterpret_cast<skgfrdsc *>(static_cast<uintptr_t>(result));
+  string list = found_ones->str_skgfrdsc ? "list" : "list without string";
+  kgglk *const head = &found_ones->dev_skgfrdsc;
+  for (kgglk *at = head->kgglknxt; at != head; at = at->kgglknxt) {
+    const auto *const match = reinterpret_cast<skgfrstat *>(at);
+    list += " " + std::to_string(match->se_skgfrstat.slercoer);
+  }
+  return list;
+}
+string usable(Scene &s, ub8 result) {
+  return result ? "usable" : s.match.flags_skgfrstat ? "filled" : "untouched";
+}
+string found_name(Scene &, ub8) { return found.empty() ? "nothing" : found; }
+string translation(Scene &, ub8) { return length ? string(out, out + length) : "nothing"; }
+string value(Scene &, ub8 result) { return static_cast<int>(result) > 0 ? "some" : "none"; }
+string variable(Scene &, ub8 result) {
+  return result && std::getenv("NEW") ? "set" : std::getenv("NEW") ? "half" : "not set";
+}
+string date(Scene &, ub8) { return now.year ? "filled" : "untouched"; }
+string clock(Scene &, ub8 result) { return result ? "runs" : "stands"; }
+string error_text(Scene &s, ub8 result) {
+  s.se.slercoer = 0;
+  return string(out, out + result);
+}
+string registration(Scene &, ub8 slot) {
+  struct sigaction action {};
+  sigaction(SIGUSR1, nullptr, &action);
+  const bool installed = action.sa_sigaction == sslsshandler;
+  return std::to_string(static_cast<sword>(slot)) + (installed           ? " installed"
+                                                     : action.sa_handler ? " kept"
+                                                                         : " default");
 }
 
+/// What the tool printed, on one line, without what differs from run to run and from machine to
+/// machine; and the file.
+string printed(Scene &s, ub8 status) {
+  const string error = std::to_string(s.injected) + ": " + std::strerror(s.injected);
+  const std::pair<string, string> spellings[] = {
+      {s.name, "FILE"},
+      {"Linux Error: " + error, "errno"},
+      {std::to_string(sizeof(skgfrctx)) + "/4 for ctx", "SIZES for ctx"},
+      {std::to_string(skgfrgsz(skgfrsIOV)) + " for iov", "SIZE for iov"},
+      {std::to_string(skgfrgsz(skgfrsFIB)) + " for fib", "SIZE for fib"},
+      {std::to_string(skgfrgsz(skgfrsISB)) + " for ios", "SIZE for ios"},
+      {"Additional information: ", "word "}};
+  std::istringstream lines(testing::internal::GetCapturedStdout());
+  string all = std::to_string(status);
+  for (string line; std::getline(lines, line);) {
+    if (line.empty() || std::isdigit(line[0])) continue;  // the trace of an open that was retried
+    for (const auto &[what, with] : spellings) {
+      if (const size_t at = line.find(what); at != line.npos) line.replace(at, what.size(), with);
+    }
+    all += " | " + line.substr(0, line.find_last_not_of(' ') + 1);
+  }
+  s.se = {};
+  if (sslssglobuf[SIGWINCH].last_number) --s.allocated;  // the wake-up handler is the process's
+  return all + " | " + disk(s);
+}
+
+// Calls of more than one line, and what goes before
+
+ub8 run_tool(Scene &s, const char *type) {
+  text program[] = "vdprep";
+  text *arguments[] = {program, reinterpret_cast<text *>(const_cast<char *>(type)), txt(s.name)};
+  const int status = vdprep_main(3, arguments);
+  dlerror();
+  dlerror();
+  return static_cast<ub8>(status);
+}
+ub8 initialise(Scene &s) {
+  skgfrwcx wait{};
+  skgfrpini(&s.se, s.ctx, &wait, &client_table, nullptr);
+  dlerror();  // lets go of the loader's last message
+  dlerror();
+  return 0;
+}
+ub8 wait(Scene &s, slerc *own, slerc *requests) {
+  skgfrwcx self{getpid()};
+  s.request->iosb->slerc_skgfriosb = requests;
+  return skgfrwat(own, s.ctx, 1, &delivered, &self, 100);
+}
+ub8 post(Scene &s) {
+  skgfrwcx self{getpid()};
+  skgfrpst(&s.se, s.ctx, &self, 0);
+  return 0;
+}
+ub8 build_header(Scene &s) {
+  alignas(512) static char block[512];
+  skgfrfhblk(&s.se, s.ctx, block, 9, 512, skgfrfVTG);
+  std::copy_n(block, sizeof block, out);
+  return 0;
+}
 void *client_memory(void *, size_t size, const char *) {
   if (fault_meets("client_memory")) return nullptr;
   static char room[1 << 16];
@@ -178,195 +219,107 @@ void *client_memory(void *, size_t size, const char *) {
   used += (size + 15) & ~size_t{15};
   return piece;
 }
-string discover(Scene &s) {
-  skgfrdsc *const found = s.during(
-      [&] { return skgfrdscdevs(&s.se, s.ctx, name(s), nullptr, client_memory, nullptr, FALSE); });
-  if (!found) return "nothing";
-  string list = found->str_skgfrdsc ? "list" : "list without string";
-  for (kgglk *at = found->dev_skgfrdsc.kgglknxt; at != &found->dev_skgfrdsc; at = at->kgglknxt) {
-    const auto *const match = reinterpret_cast<skgfrstat *>(at);
-    list += " " + std::to_string(match->se_skgfrstat.slercoer);
-  }
-  return list;
-}
-string examine(Scene &s) {
-  skgfrstat match{};
-  match.path_skgfrstat = name(s);
-  const boolean nfs_only = s.flags;
-  const boolean usable = s.during([&] { return skgfrdevstat(&s.se, s.ctx, &match, nfs_only); });
-  return usable ? "usable" : match.flags_skgfrstat ? "filled" : "untouched";
-}
-boolean take(void *found, const text *path, size_t) {
+boolean take(void *, const text *path, size_t) {
   const int watching = fault_watch(0);
-  *static_cast<string *>(found) += std::strrchr(reinterpret_cast<const char *>(path), '/');
-  return fault_watch(watching), TRUE;
-}
-string search(Scene &s) {
-  string found;
-  found.reserve(100);
-  s.during([&] { return skgfrsfe(&s.se, name(s), s.name.size(), s.flags, &found, take), 0; });
-  return found.empty() ? "nothing" : found;
+  found += std::strrchr(reinterpret_cast<const char *>(path), '/');
+  fault_watch(watching);
+  return TRUE;
 }
 
-template <auto call>
-string translate(Scene &s) {
-  text out[513];
-  size_t length = 99;
-  s.during([&] { return call(&s.se, name(s), s.name.size(), out, sizeof out, &length), 0; });
-  return length ? string(out, out + length) : "nothing";
+void capture(Scene &) { testing::internal::CaptureStdout(); }
+void clear_record(Scene &s) { s.se = {}; }
+void reserve(Scene &) { found.reserve(100); }
+void keep_context(Scene &s) { found = bytes_of_context(s); }
+void know_position(Scene &s) {
+  if (priv(s.iov)->seal_skgfrsiov == skgfrSEAL) priv(s.iov)->offset_skgfrsiov = 4;
 }
-string get_variable(Scene &s) {
-  text value[8];
-  const auto get = [&] {
-    return slzgetevar(&s.se, name(s), s.name.size(), value, sizeof value, 0);
-  };
-  return s.during(get) > 0 ? "some" : "none";
-}
-string set_variable(Scene &s) {
-  const int set = s.during([&] { return slzsetevar(&s.se, txt("NEW"), 3, txt("value"), 5); });
-  return set && std::getenv("NEW") ? "set" : std::getenv("NEW") ? "half" : "not set";
-}
-string date(Scene &s) {
-  slgtd_t now{};
-  s.during([&] { return slgtd(&s.se, &now); });
-  return now.year ? "filled" : "untouched";
-}
-string clock_runs(Scene &s) {
-  return s.during([&] { return slgcs(&s.se); }) ? "runs" : "stands";
-}
-string error_text(Scene &s) {
-  s.se = {1, ENOENT, {0, 0, 0}, 0, {}};
-  text out[64];
-  const size_t length = s.during([&] { return slcgems(&s.se, out, sizeof out); });
-  s.se.slercoer = 0;
-  return string(out, out + length);
-}
-string register_signal(Scene &s) {
-  const sslsshdl handler = s.type ? count_signal : nullptr;
-  const sword signo = static_cast<sword>(s.blocks);
-  const auto add = [&] { return sslssreghdlr(&s.se, signo, handler, nullptr, s.request_flags); };
-  const sword slot = s.during(add);
-  struct sigaction now {};
-  sigaction(SIGUSR1, nullptr, &now);
-  const bool installed = now.sa_sigaction == sslsshandler;
-  return std::to_string(slot) + (installed ? " installed" : now.sa_handler ? " kept" : " default");
-}
-string read_size(Scene &s) {
-  string bytes = contents(s.name);
-  return word(ub8{s.during([&] { return skgfrgbsz(&s.se, s.ctx, skgfrfVTG, bytes.data()); })});
-}
-string force_failures(Scene &s) {
-  s.during([&] { return skgfrser(&s.se, s.ctx, s.fib, 2), 0; });
-  return std::to_string(s.fib->serr_skgfrfib);
-}
-string list_devices(Scene &s) {
-  uword devices = 0;
-  s.during([&] { return skgfdlndv(&s.se, s.ctx, s.fib, &devices); });
-  return std::to_string(devices);
-}
+void set_path(Scene &s) { s.match.path_skgfrstat = txt(s.name); }
+void fail_before(Scene &s) { s.se = {1, ENOENT, {0, 0, 0}, 0, {}}; }
+void listen(Scene &s) { sslssreghdlr(&s.other_se, SIGWINCH, count_signal, nullptr, 0); }
+void read_header(Scene &s) { contents(s.name).copy(reinterpret_cast<char *>(out), 512); }
 
-string replaced(string line, const string &what, const string &with) {
-  const size_t at = what.empty() ? line.npos : line.find(what);
-  return at == line.npos ? line : line.replace(at, what.size(), with);
-}
-
-/// The tool's status and what it prints, on one line, without what differs from run to run and from
-/// machine to machine; and the file.
-string run_tool(Scene &s, const string &type) {
-  const string program = "vdprep";
-  const string error = std::to_string(s.injected) + ": " + std::strerror(s.injected);
-  const string sizes = std::to_string(sizeof(skgfrctx)) + "/4";
-  text *arguments[] = {txt(program), txt(type), name(s)};
-  testing::internal::CaptureStdout();
-  const int status = s.during([&] {
-    const int result = vdprep_main(3, arguments);
-    return dlerror(), dlerror(), result;
-  });
-  if (sslssglobuf[SIGWINCH].last_number) --s.allocated;  // the wake-up handler is the process's
-  std::istringstream lines(testing::internal::GetCapturedStdout());
-  string all = std::to_string(status);
-  for (string line; std::getline(lines, line);) {
-    if (line.empty() || std::isdigit(line[0])) continue;  // the trace of an open that was retried
-    line = replaced(replaced(line, s.name, "FILE"), "Linux Error: " + error, "errno");
-    line = replaced(line, sizes + " for ctx", "SIZES for ctx");
-    line = replaced(line, std::to_string(skgfrgsz(skgfrsIOV)) + " for iov", "SIZE for iov");
-    line = replaced(line, std::to_string(skgfrgsz(skgfrsFIB)) + " for fib", "SIZE for fib");
-    line = replaced(line, std::to_string(skgfrgsz(skgfrsISB)) + " for ios", "SIZE for ios");
-    line = replaced(line, "Additional information: ", "word ");
-    all += " | " + line.substr(0, line.find_last_not_of(' ') + 1);
+/// A number for every result; 0 where there is none.
+template <class Call>
+ub8 result_of(Call call) {
+  if constexpr (std::is_void_v<decltype(call())>) {
+    call();
+    return 0;
+  } else if constexpr (std::is_pointer_v<decltype(call())>) {
+    return reinterpret_cast<uintptr_t>(call());
+  } else {
+    return static_cast<ub8>(call());
   }
-  s.se = {};
-  return all + " | " + on_disk(s);
 }
-string run_vtg(Scene &s) { return run_tool(s, "vtg"); }
-string run_kvs(Scene &s) { return run_tool(s, "kvs"); }
+#define CALL(...) [](Scene &s) { return result_of([&] { return __VA_ARGS__; }); }
+#define NAME txt(s.name), s.name.size()
 
-ub8 file_size(Scene &s) { return skgfgfsz(&s.se, s.ctx, name(s), s.name.size()); }
-ub8 block_size(Scene &s) {
-  const size_t size = skgfglbsz(&s.se, s.ctx, name(s), s.name.size(), s.type);
-  return size == ~size_t{0} ? ~ub8{0} : size;
-}
-ub8 block1(Scene &s) {
-  const size_t size = skgfgb1off(&s.se, name(s), s.name.size());
-  return size == ~size_t{0} ? ~ub8{0} : size;
-}
-ub8 raise_limit(Scene &s) { return skgfrofl(&s.se, s.ctx, 0) != 0; }
+const NamedOperation operations[] = {
+    // block 0, files
+    {"skgfrfhblk", build_header, layout},
+    {"skgfrgbsz", CALL(skgfrgbsz(&s.se, s.ctx, skgfrfVTG, out)), number, read_header},
+    {"skgfrupd_blk0_v10", CALL(skgfrupd_blk0_v10(&s.se, s.ctx, s.iov)), disk_and_position,
+     know_position},
+    {"skgfifi", CALL(skgfifi(&s.se, s.ctx, s.fib, NAME)), identified_as},
+    {"skgfgfsz", CALL(skgfgfsz(&s.se, s.ctx, NAME)), number},
+    {"skgfglbsz", CALL(skgfglbsz(&s.se, s.ctx, NAME, s.type)), number},
+    {"skgfgb1off", CALL(skgfgb1off(&s.se, NAME)), number},
+    {"skgfr_find_reach", CALL(skgfr_find_reach(&s.se, s.ctx, s.fib, &reach)), reached},
+    {"skgfr_sector_size", CALL(skgfr_sector_size(&s.se, s.ctx, NAME)), number},
+    {"skgfrcre",
+     CALL(skgfrcre(&s.se, s.ctx, NAME, s.type, s.fib->lblksiz_skgfrfib, s.blocks, s.flags)), disk},
+    {"skgfrsz", CALL(skgfrsz(&s.se, s.ctx, s.fib, s.blocks)), size_and_disk},
+    {"skgfrfb", CALL(skgfrfb(&s.se, s.ctx, s.fib)), size_of_record},
+    {"skgfrser", CALL(skgfrser(&s.se, s.ctx, s.fib, 2)), forced},
+    {"skgfrdel", CALL(skgfrdel(&s.se, s.ctx, NAME, s.type)), disk_and_result},
+    {"skgfrddel", CALL(skgfrddel(&s.se, NAME)), folder},
+    {"skgfdlndv", CALL(skgfdlndv(&s.se, s.ctx, s.fib, &devices)), device_count},
+    // handles, locks
+    {"skgfofi", CALL(skgfofi(&s.se, s.ctx, s.fib, s.iov, 8, s.flags)), handle},
+    {"skgfcfi", CALL(skgfcfi(&s.se, s.ctx, s.iov)), handle},
+    {"skgfsync", CALL(skgfsync(&s.se, s.ctx, s.iov)), handle},
+    {"skgfask", CALL(skgfask(&s.se, s.ctx, s.iov, static_cast<skgfrq>(s.blocks))), answer},
+    {"skgfglk", CALL(skgfglk(&s.se, s.ctx, s.iov, FALSE)), lock},
+    {"skgfglk_shared", CALL(skgfglk(&s.se, s.ctx, s.iov, TRUE)), lock},
+    {"skgfrlk", CALL(skgfrlk(&s.se, s.ctx, s.iov)), lock},
+    // the context, requests
+    {"skgfrpini", initialise, limits},
+    {"skgfr_end_context", CALL(skgfr_end_context(&s.se, s.ctx)), end_of_context, keep_context},
+    {"skgfrofl", CALL(skgfrofl(&s.se, s.ctx, 0) != 0), number},
+    {"skgfr_aiosupported", CALL(skgfr_aiosupported(s.ctx, priv(s.iov)->fd_skgfrsiov)), support,
+     clear_record},
+    {"skgfrpst", post, wakeups, listen},
+    {"skgfqio", CALL(queue_request(s)), queued},
+    {"skgfrwat", CALL(wait(s, &s.se, &s.other_se)), delivery, clear_record},
+    {"completion", CALL(wait(s, &s.other_se, &s.se)), delivery, clear_record},
+    // discovery, search
+    {"skgfrdscdevs",
+     CALL(skgfrdscdevs(&s.se, s.ctx, txt(s.name), nullptr, client_memory, nullptr, FALSE)),
+     matches},
+    {"skgfrdevstat", CALL(skgfrdevstat(&s.se, s.ctx, &s.match, s.flags)), usable, set_path},
+    {"skgfrsfe", CALL(skgfrsfe(&s.se, NAME, s.flags, nullptr, take)), found_name, reserve},
+    // system services
+    {"sltln", CALL(sltln(&s.se, NAME, out, sizeof out, &length)), translation},
+    {"slnrm", CALL(slnrm(&s.se, NAME, out, sizeof out, &length)), translation},
+    {"slzgetevar", CALL(slzgetevar(&s.se, NAME, out, 8, 0)), value},
+    {"slzsetevar", CALL(slzsetevar(&s.se, txt("NEW"), 3, txt("value"), 5)), variable},
+    {"slgtd", CALL(slgtd(&s.se, &now)), date},
+    {"slgcs", CALL(slgcs(&s.se)), clock},
+    {"slcgems", CALL(slcgems(&s.se, out, 64)), error_text, fail_before},
+    {"sslssreghdlr",
+     CALL(sslssreghdlr(&s.se, static_cast<sword>(s.blocks), s.type ? count_signal : nullptr,
+                       nullptr, s.request_flags)),
+     registration},
+    // the tool
+    {"vdprep_vtg", CALL(run_tool(s, "vtg")), printed, capture},
+    {"vdprep_kvs", CALL(run_tool(s, "kvs")), printed, capture}};
 
 }  // namespace
 
 void count_signal(sword, void *) { signals = signals + 1; }
 
-uword queue_request(Scene &s) {
-  skgfrrq request{};
-  kgglk head{&request.link_skgfrrq, &request.link_skgfrrq};
-  request.link_skgfrrq = {&head, &head};
-  request.iov_skgfrrq = s.iov, request.iosb_skgfrrq = s.iosb, request.blockno_skgfrrq = 1;
-  request.bufspec_skgfrrq.buffer_skgfrrq = {buffer, 1024};
-  if (s.request_flags & skgfqioVECTOR) request.bufspec_skgfrrq.bufvec_skgfrrq = {parts, 2};
-  s.iosb->slerc_skgfriosb = &s.se, s.iosb->time_skgfriosb = &s.time;
-  return skgfqio(s.ctx, &head, s.request_flags);
+const NamedOperation &operation_named(const string &name) {
+  const auto named = [&](const NamedOperation &one) { return one.name == name; };
+  return *std::find_if(std::begin(operations), std::end(operations), named);
 }
-
-const std::map<string, Run> operations = {{"skgfifi", identify_file},
-                                          {"skgfgfsz", by_result<file_size>},
-                                          {"skgfglbsz", by_result<block_size>},
-                                          {"skgfgb1off", by_result<block1>},
-                                          {"skgfrofl", by_result<raise_limit>},
-                                          {"skgfrcre", create},
-                                          {"skgfrsz", resize},
-                                          {"skgfrfb", recompute},
-                                          {"skgfofi", open_handle},
-                                          {"skgfcfi", on_handle<skgfcfi>},
-                                          {"skgfsync", on_handle<skgfsync>},
-                                          {"skgfask", ask},
-                                          {"skgfglk", locking<skgfglk, FALSE>},
-                                          {"skgfglk_shared", locking<skgfglk, TRUE>},
-                                          {"skgfrlk", locking<skgfrlk>},
-                                          {"skgfrdel", remove_file},
-                                          {"skgfrddel", remove_folder},
-                                          {"skgfrfhblk", build_header},
-                                          {"skgfrupd_blk0_v10", upgrade},
-                                          {"skgfrpini", initialise},
-                                          {"skgfr_aiosupported", supports},
-                                          {"skgfrpst", post},
-                                          {"skgfqio", queue},
-                                          {"skgfrwat", wait<false>},
-                                          {"completion", wait<true>},
-                                          {"skgfrdscdevs", discover},
-                                          {"skgfrdevstat", examine},
-                                          {"skgfrsfe", search},
-                                          {"slzgetevar", get_variable},
-                                          {"skgfrgbsz", read_size},
-                                          {"skgfrser", force_failures},
-                                          {"skgfdlndv", list_devices},
-                                          {"sltln", translate<sltln>},
-                                          {"slnrm", translate<slnrm>},
-                                          {"slzsetevar", set_variable},
-                                          {"slgtd", date},
-                                          {"slgcs", clock_runs},
-                                          {"slcgems", error_text},
-                                          {"sslssreghdlr", register_signal},
-                                          {"vdprep_vtg", run_vtg},
-                                          {"vdprep_kvs", run_kvs}};
 
 }  // namespace support

@@ -32,28 +32,46 @@ TEST_F(ContextTest, FirstInitialisation) {
     skgfrctx ctx;
     std::memset(&ctx, 0xA5, sizeof ctx);
     skgfrwcx wait{};
+    sigset_t mask, after;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGWINCH);
+    sigprocmask(SIG_BLOCK, &mask, nullptr);
     skgfrpini(&se, &ctx, &wait, &client_table, reinterpret_cast<skgcbctx *>(&wait));
-    EXPECT_TRUE(is(se, {0}) && wait.pid_skgfrwcx == getpid() && ctx.ioctx_skgfrctx);
+    sigprocmask(SIG_UNBLOCK, &mask, &after);
+    EXPECT_EQ(sigismember(&after, SIGWINCH), 1) << "the caller's mask";
+    EXPECT_TRUE(is(se, {0}));
+    EXPECT_EQ(wait.pid_skgfrwcx, getpid());
+    EXPECT_NE(ctx.ioctx_skgfrctx, nullptr);
     for (const kgglk *list : {&ctx.qdone_skgfrctx, &ctx.qsubmit_skgfrctx, &ctx.conv_skgfrctx}) {
-      EXPECT_TRUE(list->kgglknxt == list && list->kgglkprv == list);
+      EXPECT_EQ(list->kgglknxt, list);
+      EXPECT_EQ(list->kgglkprv, list);
     }
-    EXPECT_TRUE(ctx.cbk_skgfrctx == &client_table && ctx.cbctx_skgfrctx && !ctx.iocbs_skgfrctx);
+    EXPECT_EQ(ctx.cbk_skgfrctx, &client_table);
+    EXPECT_EQ(ctx.cbctx_skgfrctx, reinterpret_cast<skgcbctx *>(&wait));
+    EXPECT_EQ(ctx.iocbs_skgfrctx, nullptr);
     EXPECT_EQ(tuple(ctx.sigwinchslot_skgfrctx, ctx.maxlio_skgfrctx, ctx.maxopen_skgfrctx,
                     ctx.flags_skgfrctx, ctx.maxaio_skgfrctx, ctx.addend_skgfrctx),
               tuple(1, 1024, 0xFFFFFFFF, 0x103, 1024, -1));
     EXPECT_EQ(ctx.aiopend_skgfrctx | ctx.aiodone_skgfrctx | ctx.curopen_skgfrctx, 0u);
     struct sigaction action {};
     EXPECT_EQ(sigaction(SIGWINCH, nullptr, &action), 0);
-    EXPECT_TRUE(action.sa_sigaction == sslsshandler && !(action.sa_flags & SA_RESTART));
+    EXPECT_EQ(action.sa_sigaction, sslsshandler);
+    EXPECT_EQ(action.sa_flags & SA_RESTART, 0);
+  });
+}
 
+TEST_F(ContextTest, LimitsOfTheProcess) {
+  alone([] {
+    Context first;
     const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {
         {1024, ~ub8{0}, 409, ~ub8{0}}, {1000, ~0u, 400, ~ub8{0}}, {256, 1LL << 32, 102, 1LL << 32}};
     for (const auto &[files, bytes, low_water, limit] : limits) {
       const rlimit64 open_files{files, 1024}, size{bytes, RLIM64_INFINITY};
-      EXPECT_TRUE(!setrlimit64(RLIMIT_NOFILE, &open_files) && !setrlimit64(RLIMIT_FSIZE, &size));
+      EXPECT_EQ(setrlimit64(RLIMIT_NOFILE, &open_files) | setrlimit64(RLIMIT_FSIZE, &size), 0);
       Context again;  // finds the handler in place, which is no failure
-      EXPECT_TRUE(is(again.se, {0}) && again->sigwinchslot_skgfrctx == 0);
-      EXPECT_TRUE(again->lwm_skgfrctx == low_water && again->limfsiz_skgfrctx == limit);
+      EXPECT_TRUE(is(again.se, {0}));
+      EXPECT_EQ(tuple(again->sigwinchslot_skgfrctx, again->lwm_skgfrctx, again->limfsiz_skgfrctx),
+                tuple(0, low_water, limit));
     }
   });
 }
@@ -75,7 +93,8 @@ TEST_F(ContextTest, FlagsFollowTheClientsAnswers) {
   for (const auto &[client_table, name, value, flags] : rows) {
     client().numbers = {{name, value}};
     Context ctx(client_table);
-    EXPECT_TRUE(is(ctx.se, {0}) && ctx->flags_skgfrctx == flags) << name << value;
+    EXPECT_TRUE(is(ctx.se, {0}));
+    EXPECT_EQ(ctx->flags_skgfrctx, flags) << name << value;
   }
 }
 
@@ -91,7 +110,8 @@ TEST_F(ContextTest, OptionWords) {
       slerc se = dirty();
       if (asked) skgfrsini(&se, &ctx, nullptr, nullptr, nullptr);
       if (!asked) skgfrsetioparam(&se, &ctx, word.empty() ? nullptr : txt(word), 1);
-      EXPECT_TRUE(is(se, {0}) && ctx.flags_skgfrctx == (0x100 | bits)) << word << asked;
+      EXPECT_TRUE(is(se, {0}));
+      EXPECT_EQ(ctx.flags_skgfrctx, 0x100 | bits) << word << asked;
     }
   }
   char memory[7] = "######";
@@ -100,9 +120,10 @@ TEST_F(ContextTest, OptionWords) {
   const auto refuse = [](void *, size_t) -> void * { return nullptr; };
   const auto give = [](void *memctx, size_t size) { return size == 6 ? memctx : nullptr; };
   EXPECT_EQ(skgfrioparamcb(nullptr, &value, &length, nullptr, refuse, memory), 1u);
-  EXPECT_TRUE(value == &value && length == 77);
+  EXPECT_EQ(std::pair(value, length), std::pair(static_cast<void *>(&value), 77U));
   EXPECT_EQ(skgfrioparamcb(nullptr, &value, &length, nullptr, give, memory), 0u);
-  EXPECT_TRUE(value == memory && length == 4 && std::memcmp(memory, "none\0\0", 7) == 0);
+  EXPECT_EQ(std::pair(value, length), std::pair(static_cast<void *>(memory), 4U));
+  EXPECT_EQ(std::string(memory, sizeof memory), std::string("none\0\0", 7));
 }
 
 TEST_F(ContextTest, DirectInputAndOutput) {

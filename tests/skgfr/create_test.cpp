@@ -1,6 +1,9 @@
 // Creation, resize and recomputation: what is on disk and in the record afterwards.
+#include <sys/stat.h>
+
 #include <filesystem>
 
+#include "tests/support/header.hpp"
 #include "tests/support/world.hpp"
 
 using namespace support;
@@ -26,57 +29,70 @@ ub8 last_block(const World &w) { return priv(w.fib)->lastblk_skgfrsfib; }
 ub8 resize(World &w) { return skgfrsz(&w.se, w.ctx, w.fib, w.blocks), last_block(w); }
 ub8 recompute(World &w) { return skgfrfb(&w.se, w.ctx, w.fib), last_block(w); }
 
-void make_folders(World &w) { w.name = w.dir.path("a/b/file"), w.flags = skgfrcreMKDIRS; }
-void direct(World &w) { w.ctx->flags_skgfrctx |= skgfrcDIRECT; }
-template <bool known>
-void identified_device(World &w) {
-  w.name = known ? "/dev/null" : "/dev/zero", w.blocks = 1 << 25;
-  identify(w);
-}
-
 int permissions(const World &w, const char *name) {
   return static_cast<int>(std::filesystem::status(w.dir.path(name)).permissions());
 }
 
 TEST_F(Create, StampsBlock0AndSetsTheLength) {
-  enum Kind { plain, swapped, old, headerless };
-  const std::tuple<Kind, size_t, ub4, size_t, const char *> rows[] = {
-      {plain, 512, 10, 5632,
-       here("002200000000C0FF00000000000000007C580000000200000A0000007D7C7B7AB081",
-            "00220000FFC0000000000000000000007A5E0000000002000000000A7A7B7C7D000081B0")},
-      {plain, 4096, 2, 12288,
-       here("008200000000C0FF000000000000000074EA000000100000020000007D7C7B7AB081",
-            "00820000FFC00000000000000000000068F6000000001000000000027A7B7C7D000081B0")},
-      {plain, 512, unknown, 512,
-       here("002200000000C0FF00000000000000007658000000020000FFFFFFFF7D7C7B7AB081",
-            "00220000FFC0000000000000000000007A54000000000200FFFFFFFF7A7B7C7D000081B0")},
-      {swapped, 512, 10, 5632,
-       here("00220000FFC000000000000000000000587C0000000002000000000A7A7B7C7D000081B0",
-            "002200000000C0FF00000000000000005E7A0000000200000A0000007D7C7B7AB081")},
-      {old, 512, 10, 5632,
-       here("00020000000200000A0000005D5C5B5AB0810000BC87",
-            "00020000000002000000000A5A5B5C5D000081B085BE")},
-      {headerless, 512, 10, 5120, ""},
-      {headerless, 512, unknown, 0, ""}};
+  const mode_t mode = S_IFREG | 0660;
+  const struct {
+    const char *name;
+    size_t length;
+    std::optional<Header> header;
+    size_t block_size = 512;
+    ub4 blocks = 10;
+  } rows[] = {
+      {"plain", 5632, Header{.blocks = 10, .mode = mode}},
+      {"of 4096", 12288, Header{.blocks = 2, .size = 4096, .mode = mode, .format = 0x82}, 4096, 2},
+      {"of no size", 512, Header{.blocks = unknown, .mode = mode}, 512, unknown},
+      {"swapped", 5632, Header{.blocks = 10, .mode = mode, .swapped = true}},
+      {"old", 5632, Header{.blocks = 10, .mode = mode, .format = 2, .old_layout = true}},
+      {"headerless", 5120, {}},
+      {"headerless of no size", 0, {}, 512, unknown}};
   for (const bool direct_io : {false, true}) {
-    for (const auto &[kind, size, blocks, length, header] : rows) {
-      SCOPED_TRACE(testing::Message() << length << " " << header << " " << direct_io);
+    for (const auto &[name, length, header, block_size, blocks] : rows) {
+      SCOPED_TRACE(std::string(name) + (direct_io ? ", direct" : ""));
       World w;
       if (direct_io && !takes_direct_io(w.dir.path("."))) GTEST_SKIP() << "no direct I/O here";
-      w.type = kind == swapped ? skgfrfDCVT : skgfrfVTG, w.blocks = blocks;
-      make_folders(w);
-      w.flags |= kind == headerless ? skgfrcreNOHEADER : 0;
-      w.fib->lblksiz_skgfrfib = size;
-      client().old_layout = kind == old;
-      if (direct_io) direct(w);
-      w.ctx->limfsiz_skgfrctx = std::max(length, size);
+      w.ctx->flags_skgfrctx |= direct_io ? skgfrcDIRECT : 0;
+      w.name = w.dir.path("a/b/file");
+      w.flags = header ? skgfrcreMKDIRS : skgfrcreMKDIRS | skgfrcreNOHEADER;
+      w.type = header && header->swapped ? skgfrfDCVT : skgfrfVTG;
+      client().old_layout = header && header->old_layout;
+      w.fib->lblksiz_skgfrfib = block_size;
+      w.blocks = blocks;
+      w.ctx->limfsiz_skgfrctx = std::max(length, block_size);
       EXPECT_TRUE(gives(w, create, true));
       w.blocks = 5;  // nothing happens to an existing file
       EXPECT_TRUE(gives(w, create, true, {27038, 0, {1}}));
-      EXPECT_EQ(contents(w.name), block(header, length));
+      EXPECT_EQ(contents(w.name), header ? header->bytes(length) : std::string(length, '\0'));
       EXPECT_EQ(permissions(w, "a") | permissions(w, "a/b"), 0700);
       EXPECT_EQ(permissions(w, "a/b/file"), 0660);
     }
+  }
+}
+
+/// While block 0 is built, another file takes the new one's name.
+std::string taken;
+boolean take_name() {
+  const int watching = fault_watch(0);
+  std::filesystem::rename(taken, taken + " away");
+  put(taken, "stranger");
+  fault_watch(watching);
+  return FALSE;
+}
+
+TEST_F(Create, LeavesAStrangerUnderItsNameAlone) {
+  skgcb table = client_table;
+  table.pre10compat_skgcb = take_name;
+  for (const bool fails : {false, true}) {
+    World w;
+    w.ctx->cbk_skgfrctx = &table;
+    taken = w.name;
+    if (fails) fault_arm("write", 0, 1, ENOSPC, FAULT_FAILS);
+    EXPECT_TRUE(gives(w, create, true, fails ? Expected{27044, ENOSPC, {3}} : Expected{0}));
+    EXPECT_EQ(contents(w.name), "stranger");
+    EXPECT_EQ(contents(w.name + " away").size(), fails ? 0U : 1024U);
   }
 }
 
@@ -92,13 +108,14 @@ TEST_F(Create, ResizesFiles) {
     w.dir.file("file", before);
     w.fib->flags_skgfrfib = flags;
     identify(w);
-    w.blocks = blocks, w.ctx->limfsiz_skgfrctx = length;
+    w.blocks = blocks;
+    w.ctx->limfsiz_skgfrctx = length;
     const size_t data = flags ? 0 : 512, kept = std::min(length, before);
     priv(w.fib)->blk1offset_skgfrsfib += data;
     EXPECT_TRUE(gives(w, resize, last_block));
     EXPECT_EQ(facts(w), Facts(blocks, last_block, data));
     const std::string bytes = contents(w.name);
-    EXPECT_EQ(data && std::memcmp(&bytes[24], &blocks, 4), 0);
+    EXPECT_EQ(data ? std::memcmp(&bytes[24], &blocks, 4) : 0, 0);
     EXPECT_EQ(bytes.substr(data), std::string(kept - data, 'x') + std::string(length - kept, '\0'));
     w.fib->filsiz_skgfrfib = 77;
     EXPECT_TRUE(gives(w, recompute, length / 512));
@@ -106,9 +123,12 @@ TEST_F(Create, ResizesFiles) {
   }
 }
 
+/// A device that is measured as so many blocks, its header included.
 void expect_resize(const std::string &name, ub4 blocks, ub4 last, ub4 whole) {
   World w;
-  w.name = name, w.blocks = blocks, w.ctx->limfsiz_skgfrctx = 1;  // no limit for devices
+  w.name = name;
+  w.blocks = blocks;
+  w.ctx->limfsiz_skgfrctx = 1;  // no limit for devices
   const Facts measured(whole == unknown ? unknown : whole - 1, whole, 512);
   identify(w);
   EXPECT_EQ(facts(w), measured);
@@ -123,25 +143,41 @@ TEST_F(Create, TreatsDevicesAsTheyAre) {
   expect_resize("/dev/zero", unknown, unknown, unknown);
   expect_resize("/dev/null", 100, 101, 1 << 25);
   World w;
-  w.name = "/dev/zero", w.blocks = unknown;
+  w.name = "/dev/zero";
+  w.blocks = unknown;
   EXPECT_TRUE(gives(w, create, true));  // no size, so no proof of it
-
-  const LoopDevice loop(w.dir.file("disk", 65536, 'd'), 512);
-  if (loop.path().empty()) GTEST_SKIP() << "the system refuses loop devices";
-  w.name = loop.path(), w.blocks = 128, w.ctx->limfsiz_skgfrctx = 1;
-  EXPECT_TRUE(gives(w, create, true, {27042, 0, {1}}));
-  EXPECT_EQ(contents(w.name), std::string(65536, 'd'));
-  w.blocks = 127;
-  EXPECT_TRUE(gives(w, create, true));
+  w.name = "/dev/null";
+  w.fib->flags_skgfrfib = skgfrbNOHEADER;
   identify(w);
-  for (const char *const fields : {here("000200007F0000007D7C7B7A", "000002000000007F7A7B7C7D"),
-                                   here("00020000630000007D7C7B7A", "00000200000000637A7B7C7D")}) {
-    const std::string bytes = contents(w.name);
-    EXPECT_EQ(bytes.substr(20, 12), block(fields, 12));
-    EXPECT_EQ(std::memcmp(&bytes[32], &priv(w.fib)->ftyp_skgfrsfib, 4), 0);
-    EXPECT_EQ(bytes.substr(36), std::string(476, '\0') + std::string(65536 - 512, 'd'));
-    expect_resize(w.name, 127, 128, 128);
-    expect_resize(w.name, 99, 100, 128);
+  w.blocks = 100;
+  EXPECT_TRUE(gives(w, resize, 100));
+  EXPECT_EQ(facts(w), Facts(99, 100, 0));
+}
+
+TEST_F(Create, TakesOverDisks) {
+  for (const ub8 size : {ub8{65536}, (ub8{1} << 32) + 65536}) {  // the end of a wrapped size, too
+    World w;
+    const std::string file = w.dir.file("disk", 65536, 'd');
+    std::filesystem::resize_file(file, size);
+    const LoopDevice loop(file, 512);
+    if (loop.path().empty()) GTEST_SKIP() << "the system refuses loop devices";
+    const ub4 whole = static_cast<ub4>(size / 512);
+    w.name = loop.path();
+    w.blocks = whole;
+    w.ctx->limfsiz_skgfrctx = 1;
+    EXPECT_TRUE(gives(w, create, true, {27042, 0, {1}}));
+    EXPECT_EQ(contents(w.name, 65536), std::string(65536, 'd'));
+    w.blocks = whole - 1;
+    EXPECT_TRUE(gives(w, create, true));
+    identify(w);
+    EXPECT_TRUE(gives(w, resize, whole));
+    w.blocks = whole;
+    EXPECT_TRUE(gives(w, resize, 0, {27042, 0, {3}}));
+    for (const ub4 blocks : {whole - 1, ub4{99}}) {
+      expect_resize(w.name, blocks, blocks + 1, whole);
+      const Header header{.blocks = blocks, .mode = priv(w.fib)->ftyp_skgfrsfib};
+      EXPECT_EQ(contents(w.name, 65536), header.bytes() + std::string(65024, 'd'));
+    }
   }
 }
 

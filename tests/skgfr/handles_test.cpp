@@ -37,7 +37,8 @@ void new_folder(World &w) { std::filesystem::create_directory(w.name = w.dir.pat
 TEST_F(Handles, RetryDevicesThatAnswerEio) {
   for (const int failures : {2, 5, 6}) {
     World w;
-    identified(w), fault_reset();
+    identified(w);
+    fault_reset();
     fault_arm("open64", 0, failures, EIO, FAULT_FAILS);
     fault_arm("sleep", 0, 9, 0, 0);
     const int pauses = std::min(failures, 5);
@@ -61,13 +62,23 @@ int lock_met(int fd) {
   return fcntl(fd, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
 }
 
+void expect_lock(World &w, Operation take, int met, int other) {
+  EXPECT_TRUE(gives(w, take, skgfrSEAL));
+  EXPECT_EQ(lock_met(other), met);
+  if (met == F_WRLCK) {
+    const Expected held{27086, EAGAIN, {8, static_cast<ub4>(getpid())}};
+    in_own_process([&] { EXPECT_TRUE(gives(w, share, skgfrSEAL, held)); });
+  }
+  EXPECT_TRUE(gives(w, unlock, skgfrSEAL));
+  EXPECT_EQ(lock_met(other), F_UNLCK);
+}
+
 TEST_F(Handles, OpenLockFlushAndClose) {
   const std::tuple<ub4, int, uword, Operation, int> rows[] = {
       {0, O_RDONLY, 0, lock, F_RDLCK},
       {skgfofiWRITE, O_RDWR, 0, lock, F_WRLCK},
       {skgfofiWRITE | skgfofiDSYNC, O_RDWR | O_DSYNC, 4, share, F_RDLCK},
       {skgfofiWRITE | skgfofiDSYNC2 | skgfofiNOMIRROR, O_RDWR | O_DSYNC, 4, lock, F_WRLCK}};
-  const int standard_input = dup(STDIN_FILENO);
   for (const auto &[flags, mode, synchronous, take, met] : rows) {
     SCOPED_TRACE(flags);
     World w;
@@ -76,36 +87,96 @@ TEST_F(Handles, OpenLockFlushAndClose) {
     priv(w.fib)->flags_skgfrsfib = 3;
     w.flags = static_cast<ub1>(flags);
     fault_reset();
-    close(STDIN_FILENO);  // no handle may take its place
     EXPECT_TRUE(gives(w, open_file, skgfrSEAL));
-    dup2(standard_input, STDIN_FILENO);
     const skgfrsiov *const handle = priv(w.iov);
     const int fd = handle->fd_skgfrsiov;
-    EXPECT_GT(fd, STDERR_FILENO);
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(fd, F_GETFL) & (O_ACCMODE | O_DSYNC), mode);
     EXPECT_EQ(w.iov->fib_skgfriov, static_cast<skgfrfib *>(w.fib));
-    EXPECT_EQ(std::pair(handle->fsync_skgfrsiov, handle->offset_skgfrsiov),
-              std::pair(synchronous, unknown));
+    EXPECT_EQ(std::tuple(handle->fsync_skgfrsiov, handle->offset_skgfrsiov),
+              std::tuple(synchronous, unknown));
     EXPECT_EQ(priv(w.fib)->flags_skgfrsfib, flags & skgfofiNOMIRROR ? 2U : 3U);
     EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(1U, before));
 
-    EXPECT_TRUE(gives(w, take, skgfrSEAL));
-    EXPECT_EQ(lock_met(other), met);
-    const Expected held{27086, EAGAIN, {8, static_cast<ub4>(getpid())}};
-    if (mode & O_RDWR && take == lock)
-      in_own_process([&] { EXPECT_TRUE(gives(w, share, skgfrSEAL, held)); });
-    EXPECT_TRUE(gives(w, unlock, skgfrSEAL));
-    EXPECT_EQ(lock_met(other), F_UNLCK);
-
-    EXPECT_TRUE(gives(w, flush, skgfrSEAL));
-    EXPECT_TRUE(gives(w, close_file, 0));
+    expect_lock(w, take, met, other);
+    for (const Operation last : {flush, close_file}) {
+      EXPECT_TRUE(gives(w, last, last == flush ? skgfrSEAL : 0));
+    }
     EXPECT_EQ(fault_calls("fsync"), synchronous ? 1 : 3);  // one for the handle before
-    EXPECT_EQ(handle->fd_skgfrsiov, 0);
-    EXPECT_EQ(std::pair(w.ctx->curopen_skgfrctx, open_descriptors()), std::pair(0U, before - 1));
+    EXPECT_EQ(std::pair(handle->fd_skgfrsiov, w.ctx->curopen_skgfrctx), std::pair(0, 0U));
+    EXPECT_EQ(open_descriptors(), before - 1);
     close(other);
   }
-  close(standard_input);
+}
+
+boolean go_on(void *, const text *, size_t) { return TRUE; }
+ub8 on_nfs(World &w) {
+  fault_file_system(0x6969);
+  if (!own_mount().empty()) w.name = w.elsewhere.emplace(own_mount()).file("file", 512);
+  return identify(w);
+}
+ub8 raw_device(World &w) {
+  fault_redirect("/dev/rawctl", "/dev/null");
+  w.name = "/dev/zero";
+  return skgfgfsz(&w.se, w.ctx, txt(w.name), w.name.size());
+}
+ub8 disk(World &w) {
+  put(w.name, "1 3 0 null\n");
+  fault_redirect("/proc/partitions", w.name.c_str());
+  const int fd = skgfgrsobid(1, 3);
+  close(fd);
+  return fd > STDERR_FILENO;
+}
+ub8 examine(World &w) {
+  fault_redirect("/dev/rawctl", "/dev/null");
+  skgfrstat match{};
+  match.path_skgfrstat = txt(w.name = "/dev/null");
+  return skgfrdevstat(&w.se, w.ctx, &match, FALSE) ? 1 : 0;
+}
+
+ub8 resize(World &w) {
+  skgfrsz(&w.se, w.ctx, w.fib, 3);
+  return w.se.slercoer == 0;
+}
+ub8 recompute(World &w) {
+  skgfrfb(&w.se, w.ctx, w.fib);
+  return w.se.slercoer == 0;
+}
+ub8 create_second(World &w) {
+  w.name += "2";
+  skgfrcre(&w.se, w.ctx, txt(w.name), w.name.size(), w.type, 512, 1, 0);
+  return w.se.slercoer == 0;
+}
+ub8 search(World &w) {
+  w.name = w.dir.path("");
+  skgfrsfe(&w.se, txt(w.name), w.name.size(), FALSE, nullptr, go_on);
+  return w.se.slercoer == 0;
+}
+ub8 block_size(World &w) { return skgfglbsz(&w.se, w.ctx, txt(w.name), w.name.size(), w.type); }
+ub8 block1(World &w) { return skgfgb1off(&w.se, txt(w.name), w.name.size()); }
+
+TEST_F(Handles, NothingIsOpenedInPlaceOfAStandardFile) {
+  const Operation operations[] = {identify, on_nfs,    raw_device,    disk,
+                                  examine,  open_file, block_size,    block1,
+                                  resize,   recompute, create_second, search};
+  for (const int closed : {STDIN_FILENO, STDERR_FILENO}) {
+    const int kept = dup(closed);
+    for (const Operation &operation : operations) {
+      SCOPED_TRACE(testing::Message() << closed << " by operation " << &operation - operations);
+      World w;
+      identified(w);
+      fault_reset();
+      close(closed);
+      EXPECT_NE(operation(w), 0U);
+      const int opened = fault_calls("open64"), moved = fault_calls("fcntl");
+      dup2(kept, closed);
+      EXPECT_EQ(moved, opened + (operation == open_file)) << "one more sets close-on-exec";
+      EXPECT_NE(fault_calls("opendir"), 1) << "once more while the first is held";
+      EXPECT_NE(fault_calls("setmntent"), 1);
+      skgfcfi(&w.se, w.ctx, w.iov);
+    }
+    close(kept);
+  }
 }
 
 TEST_F(Handles, FailOnRequest) {

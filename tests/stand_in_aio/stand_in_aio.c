@@ -31,10 +31,12 @@ static long transfer(const struct iocb *block) {
 
 static struct io_event complete_one(void) {
   struct iocb *const block = waiting[0];
-  memmove(waiting, waiting + 1, (size_t)--stand_in_aio.waiting * sizeof *waiting);
   const int result = next("completion", &stand_in_aio.results, STAND_IN_TRANSFER);
-  const int scripted = result != STAND_IN_TRANSFER && result != STAND_IN_STRAY;
-  return (struct io_event){.data = result == STAND_IN_STRAY ? NULL : block->data,
+  if (result == STAND_IN_STRAY)
+    return (struct io_event){.res = 512}; /* of nobody; block waits on */
+  memmove(waiting, waiting + 1, (size_t)--stand_in_aio.waiting * sizeof *waiting);
+  const int scripted = result != STAND_IN_TRANSFER;
+  return (struct io_event){.data = block->data,
                            .obj = block,
                            .res = (unsigned long)(scripted ? result : transfer(block))};
 }
@@ -43,6 +45,11 @@ int io_queue_init(int events, io_context_t *context) {
   static struct stand_in_answers none;
   *context = (io_context_t)&stand_in_aio;
   return events == 1024 ? next("io_queue_init", &none, 0) : -EINVAL;
+}
+
+int io_queue_release(io_context_t context) {
+  static struct stand_in_answers none;
+  return next("io_queue_release", &none, context && stand_in_aio.waiting == 0 ? 0 : -EINVAL);
 }
 
 int io_submit(io_context_t context, long count, struct iocb *blocks[]) {

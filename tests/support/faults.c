@@ -32,6 +32,7 @@ static struct {
   struct fault faults[MOST];
   const char *redirections[MOST][2]; /* from, to */
   const char *trace[LONGEST_TRACE + 1];
+  long details[LONGEST_TRACE];
   int traced;
   unsigned one_in, seed; /* calls that fail at random */
   fault_chooser error_of;
@@ -75,6 +76,7 @@ void fault_time_of_day(long seconds, long microseconds) {
 void fault_answer_ioctl(fault_ioctl answer) { armed.ioctl_answer = answer; }
 
 const char *fault_trace(int at) { return armed.trace[at]; }
+long fault_detail(int at) { return armed.details[at]; }
 long fault_live_allocations(void) { return live_allocations; }
 long fault_count(void) { return injected; }
 
@@ -92,10 +94,14 @@ static const struct fault *drawn(const char *call) {
   return error ? &armed.random_fault : NULL;
 }
 
-/* The fault that this call meets, if any. */
-static const struct fault *due(const char *call) {
+/* The fault that this call meets, if any. One without an error leaves what no call leaves: errno means
+ * nothing then. */
+static const struct fault *due_with(const char *call, long detail) {
   if (!armed.watching || depth) return NULL;
-  if (armed.traced < LONGEST_TRACE) armed.trace[armed.traced++] = call;
+  if (armed.traced < LONGEST_TRACE) {
+    armed.details[armed.traced] = detail;
+    armed.trace[armed.traced++] = call;
+  }
   const struct fault *met = drawn(call);
   for (int i = 0; !met && i < MOST; ++i) {
     struct fault *const fault = &armed.faults[i];
@@ -105,8 +111,12 @@ static const struct fault *due(const char *call) {
   }
   if (!met) return NULL;
   ++injected;
-  errno = met->error;
+  errno = met->error ? met->error : FAULT_NO_ERRNO;
   return met;
+}
+static const struct fault *due(const char *call) { return due_with(call, 0); }
+static long pointer(const struct fault *fault) {
+  return fault->result == FAULT_FAILS ? FAULT_NULL : fault->result;
 }
 int fault_meets(const char *call) { return due(call) != NULL; }
 long fault_answer(const char *call, long otherwise) {
@@ -172,6 +182,8 @@ static int closed(int (*real)(int), int fd, int result) {
   }
 #define FORWARD(type, name, parameters, arguments) \
   REPLACE(type, name, parameters, (type)fault->result, real arguments)
+#define POINTER(type, name, parameters, arguments) \
+  REPLACE(type, name, parameters, (type)pointer(fault), real arguments)
 #define FORWARD1(type, name, A) FORWARD(type, name, (A a), (a))
 #define FORWARD2(type, name, A, B) FORWARD(type, name, (A a, B b), (a, b))
 #define FORWARD3(type, name, A, B, C) FORWARD(type, name, (A a, B b, C c), (a, b, c))
@@ -181,10 +193,10 @@ static int closed(int (*real)(int), int fd, int result) {
 REPLACE(int, close, (int a), closed(real, a, (int)fault->result), real(a))
 FORWARD1(int, fsync, int) FORWARD1(int, putenv, char *) FORWARD1(int, unlink, const char *)
 FORWARD1(int, rmdir, const char *) FORWARD1(long, sysconf, int)
-FORWARD1(char *, canonicalize_file_name, const char *)
-FORWARD1(char *, strerror, int) FORWARD1(clock_t, times, struct tms *)
-FORWARD1(unsigned, sleep, unsigned) FORWARD1(DIR *, opendir, const char *)
-FORWARD1(struct dirent64 *, readdir64, DIR *) FORWARD2(int, kill, pid_t, int)
+POINTER(char *, canonicalize_file_name, (const char *a), (a))
+POINTER(char *, strerror, (int a), (a)) FORWARD1(clock_t, times, struct tms *)
+FORWARD1(unsigned, sleep, unsigned) POINTER(DIR *, opendir, (const char *a), (a))
+POINTER(struct dirent64 *, readdir64, (DIR * a), (a)) FORWARD2(int, kill, pid_t, int)
 FORWARD2(int, stat64, const char *, struct stat64 *) FORWARD2(int, fstat64, int, struct stat64 *)
 FORWARD2(int, ftruncate64, int, off64_t) FORWARD2(int, access, const char *, int)
 FORWARD2(int, mkdir, const char *, mode_t)
@@ -202,10 +214,13 @@ FORWARD4(int, fstatat64, int, const char *, struct stat64 *, int)
 FORWARD4(ssize_t, readlinkat, int, const char *, char *, size_t)
 FORWARD4(ssize_t, pread64, int, void *, size_t, off64_t)
 FORWARD4(ssize_t, pwrite64, int, const void *, size_t, off64_t)
-FORWARD4(struct mntent *, getmntent_r, FILE *restrict, struct mntent *restrict, char *restrict, int)
+POINTER(struct mntent *, getmntent_r,
+        (FILE *restrict a, struct mntent *restrict b, char *restrict c, int d), (a, b, c, d))
+FORWARD(int, statx, (int a, const char *restrict b, int c, unsigned d, struct statx *restrict e),
+        (a, b, c, d, e))
 FORWARD(int, glob64, (const char *restrict a, int b, int (*c)(const char *, int), glob64_t *restrict d),
         (a, b, c, d))
-FORWARD(void *, dlopen, (const char *a, int b), (a ? redirected(a) : a, b))
+POINTER(void *, dlopen, (const char *a, int b), (a ? redirected(a) : a, b))
 REPLACE(FILE *, setmntent, (const char *a, const char *b), NULL, real(redirected(a), b))
 REPLACE(int, statfs64, (const char *a, struct statfs64 *b), (int)fault->result,
         with_file_system(real(a, b), b))
@@ -220,7 +235,7 @@ REPLACE(int, gettimeofday, (struct timeval *restrict a, void *restrict b), (int)
   int name(A a, B b, ...) {                                                        \
     static int (*real)(A, B, ...);                                                 \
     if (!real) *(void **)&real = dlsym(RTLD_NEXT, #name);                          \
-    const struct fault *const fault = due(#name);                                  \
+    const struct fault *const fault = due_with(#name, (long)b);                    \
     if (fault) return (int)fault->result;                                          \
     va_list arguments;                                                             \
     va_start(arguments, b);                                                        \

@@ -17,10 +17,13 @@ extern "C" {
 /* What an armed call returns. */
 #define FAULT_FAILS (-1L)
 #define FAULT_NULL 0L
+/* What errno holds after a result that is no failure: nobody may take it for one. */
+#define FAULT_NO_ERRNO 0x5A5A
 
 /* Lets `skip` calls of the named function pass, then makes the next `times` return `result` with
  * errno set to `error`, without calling the system; but a close closes all the same, as it does
- * when the system reports an earlier write's failure. Pointer results are given as numbers. calloc
+ * when the system reports an earlier write's failure. Pointer results are given as numbers, and one
+ * that fails is null. calloc
  * and aligned_alloc count as malloc. */
 void fault_arm(const char *call, int skip, int times, int error, long result);
 
@@ -55,8 +58,10 @@ int fault_watch(int on);
 int fault_calls(const char *call);
 long fault_count(void);
 
-/* The calls since the last reset, in order; null behind the last one, of at most 8192. */
+/* The calls since the last reset, in order; null behind the last one, of at most 8192. And the number
+ * that tells one from others of its name: an open's flags, a request of fcntl or ioctl. */
 const char *fault_trace(int at);
+long fault_detail(int at);
 
 /* Allocations of the process that were not given back, of any age. */
 long fault_live_allocations(void);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "skgfr/skgfr.h"
+#include "skgfr/client.h"
 #include "tests/support/faults.h"
 
 namespace support {

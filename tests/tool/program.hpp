@@ -5,8 +5,10 @@
 #pragma once
 
 #include <cstring>
+#include <map>
 #include <sstream>
 
+#include "tests/support/header.hpp"
 #include "tests/support/layer.hpp"
 #include "tests/support/places.hpp"
 
@@ -34,44 +36,34 @@ inline Outcome run(const std::string &command) {
 
 /// "block size/blocks behind it" of a header that is right in every byte, else what is wrong.
 inline std::string decode(const std::string &bytes) {
-  ub4 size = 0, blocks = 0;
-  if (bytes.size() >= 28) std::memcpy(&size, &bytes[20], 4), std::memcpy(&blocks, &bytes[24], 4);
-  if ((size != 512 && size != 4096) || bytes.size() < size) return "no block size";
-  std::string wanted(size, '\0');
-  wanted[1] = size == 512 ? '\x22' : '\x82';
-  const bool little = std::endian::native == std::endian::little;
-  wanted.replace(4, 4, little ? std::string("\0\0\xC0\xFF", 4) : std::string("\xFF\xC0\0\0", 4));
-  wanted.replace(28, 4, here("\x7D\x7C\x7B\x7A", "\x7A\x7B\x7C\x7D"));
-  wanted.replace(16, 2, bytes, 16, 2).replace(20, 8, bytes, 20, 8);
-  if (bytes.compare(0, size, wanted) != 0) return "wrong bytes";
-  int sum[2] = {0, 0};
-  for (size_t at = 0; at < size; ++at) sum[at % 2] ^= bytes[at];
-  return sum[0] || sum[1] ? "wrong sum" : std::to_string(size) + "/" + std::to_string(blocks);
+  Header header;
+  if (bytes.size() < 512) return "no header";
+  std::memcpy(&header.size, &bytes[20], 4);
+  std::memcpy(&header.blocks, &bytes[24], 4);
+  if (header.size != 512 && header.size != 4096) return "no block size";
+  header.format = header.size == 512 ? 0x22 : 0x82;
+  if (bytes.substr(0, header.size) != header.bytes(header.size)) return "wrong bytes";
+  return std::to_string(header.size) + "/" + std::to_string(header.blocks);
 }
 
 struct Message {
-  const char *key;
   int status;
   const char *text;
 };
-constexpr Message messages[] = {
-    {"ok", 0, "vdprep: successfully initialized file {}\n"},
-    {"gone", 1, "vdprep: File {} not found\n"},
-    {"usage", 2, "Usage: vdprep <filetype> <filename>\n"},
-    {"unknown", 2, "vdprep: unknown file type {}\n"},
-    {"early4", 4, "vdprep:Recvd unexpected error 4 from skgfifi\nskgfifi: "},
-    {"early5", 4, "vdprep:Recvd unexpected error 5 from skgfifi\nskgfifi: "},
-    {"ident4", 4, "vdprep: Received unexpected error 4 from skgfifi\nskgfifi: "},
-    {"ident5", 4, "vdprep: Received unexpected error 5 from skgfifi\nskgfifi: "},
-    {"init", 4, "vdprep: failure at context init\nskgfrpini: "},
-    {"open", 4, "vdprep: failure at open\nskgfofi: "},
-    {"write", 4, "vdprep: Unexpected error queueing IO\nskgfqio: "},
-    {"close", 4, "vdprep: Unexpected error closing file\nskgfcfi: "},
-    {"unclosed", 0, "vdprep: Unexpected error closing KVS file\n"},
-    {"resize", 0, "vdprep: Failure trying to resize KVS file from "},
-    {"silent", 0, ""},
-    {"mute", 4, ""},
-    {"killed", 137, ""}};
+const std::map<std::string, Message> messages = {
+    {"ok", {0, "vdprep: successfully initialized file {}\n"}},
+    {"gone", {1, "vdprep: File {} not found\n"}},
+    {"usage", {2, "Usage: vdprep <filetype> <filename>\n"}},
+    {"unknown", {2, "vdprep: unknown file type {}\n"}},
+    {"early4", {4, "vdprep:Recvd unexpected error 4 from skgfifi\nskgfifi: "}},
+    {"early5", {4, "vdprep:Recvd unexpected error 5 from skgfifi\nskgfifi: "}},
+    {"ident4", {4, "vdprep: Received unexpected error 4 from skgfifi\nskgfifi: "}},
+    {"ident5", {4, "vdprep: Received unexpected error 5 from skgfifi\nskgfifi: "}},
+    {"open", {4, "vdprep: failure at open\nskgfofi: "}},
+    {"write", {4, "vdprep: Unexpected error queueing IO\nskgfqio: "}},
+    {"resize", {0, "vdprep: Failure trying to resize KVS file from "}},
+    {"silent", {0, ""}},
+    {"mute", {4, ""}}};
 
 /// The bytes of a file or a block device, as far as a test fills them; of anything else none.
 inline std::string bytes_of(const std::string &name) {
@@ -88,11 +80,10 @@ inline void expect(const std::string &plan, const std::string &argument, const O
   size_t header = 0;
   std::istringstream words(plan);
   for (std::string word; words >> word;) {
-    const Message *known = nullptr;
-    for (const Message &message : messages) known = word == message.key ? &message : known;
     const std::string value = word.substr(1);
-    if (known) {
-      wanted = {known->status, wanted.output + known->text};
+    const auto message = messages.find(word);
+    if (message != messages.end()) {
+      wanted = {message->second.status, wanted.output + message->second.text};
     } else if (word.find('/') != word.npos) {
       header = std::stoul(word);
       EXPECT_EQ(decode(after), word);
@@ -110,8 +101,8 @@ inline void expect(const std::string &plan, const std::string &argument, const O
   if (at != std::string::npos) wanted.output.replace(at, 2, argument);
   EXPECT_EQ(got.status, wanted.status);
   EXPECT_EQ(got.output, wanted.output);
-  EXPECT_TRUE(after.size() == before.size() && !after.compare(header, after.npos, before, header))
-      << "other bytes changed";
+  ASSERT_EQ(after.size(), before.size());
+  EXPECT_EQ(after.compare(header, after.npos, before, header), 0) << "other bytes changed";
 }
 
 }  // namespace support
