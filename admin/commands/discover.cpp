@@ -146,6 +146,7 @@ void print_all(const std::vector<std::string> &ready, const report::Format &form
     return;
   }
   std::vector<Outcome> outcomes;
+  outcomes.reserve(ready.size());
   for (const std::string &bytes : ready) outcomes.push_back(report::unpack(bytes));
   report::print(outcomes, format);
 }
@@ -165,6 +166,7 @@ int discover(const Session &session, const Arguments &arguments) {
   };
   auto answers = inspect::ask_crew(names.size(), look, session.timeout);
   std::vector<std::string> all;
+  all.reserve(names.size());
   int status = names.empty() ? no : yes;
   for (size_t at = 0; at < names.size(); ++at) {
     if (!answers[at]) answers[at] = ready(tell_silent(names[at]), format);

@@ -30,6 +30,7 @@ void declare_columns(CLI::App &parser, std::string &columns) {
 int tell_each(const Session &session, const std::vector<std::string> &names,
               const std::string &columns, const Look &look, const Silent &silent) {
   std::vector<inspect::Question> questions;
+  questions.reserve(names.size());
   for (const std::string &name : names) {
     questions.emplace_back([&look, &name] { return look(name); });
   }

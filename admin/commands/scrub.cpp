@@ -84,7 +84,7 @@ class Scrub : public scan::Observer {
  private:
   report::Outcome read(const std::string &name);
   scan::Order order() const;
-  void progress(const State &state) override;
+  void progress(const State &now) override;
   void recognise(const State &state);
   void save(const State &state, bool finished);
   void print_lines(const State &state, bool last);

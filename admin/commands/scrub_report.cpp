@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "admin/scan/progress.hpp"
@@ -44,7 +45,9 @@ const char *word_of(Ending ending) {
 
 double milliseconds(uint64_t nanoseconds) { return static_cast<double>(nanoseconds) * 1e-6; }
 
-double microseconds(uint64_t nanoseconds) { return static_cast<double>(nanoseconds / 100) / 10; }
+double microseconds(uint64_t nanoseconds) {
+  return std::round(static_cast<double>(nanoseconds) / 100) / 10;
+}
 
 Object describe_bad(const scan::BadRange &range) {
   return {{"offset", Size{range.where.begin}},

@@ -17,7 +17,6 @@ namespace {
 using guard::Judgement;
 using report::Object;
 using report::Outcome;
-using report::Value;
 
 struct Arguments {
   std::string type, name, backup;
@@ -31,11 +30,8 @@ std::vector<inspect::Signature> to_wipe(const Arguments &arguments, const inspec
 }
 
 Object describe(const Arguments &arguments, const Judgement &judged, const guard::FileType &type) {
-  Object object = guard::describe(judged.facts, judged.objections, judged.rehearsal, type);
-  report::List &writes = *const_cast<report::List *>(object.back().value.as<report::List>());
-  for (const inspect::Signature &signature : to_wipe(arguments, judged.facts)) {
-    writes.emplace_back(Object{{"offset", signature.offset}, {"length", signature.length}});
-  }
+  Object object = guard::describe(judged.facts, judged.objections, judged.rehearsal, type,
+                                  to_wipe(arguments, judged.facts));
   object.push_back(
       {"overruled", report::List(arguments.overruled.begin(), arguments.overruled.end())});
   return object;

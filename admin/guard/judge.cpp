@@ -17,7 +17,8 @@ Judgement judge_stamp(const FileType &type, const std::string &name) {
 }
 
 report::Object describe(const Facts &facts, const std::vector<Objection> &objections,
-                        const Rehearsal &rehearsal, const FileType &type) {
+                        const Rehearsal &rehearsal, const FileType &type,
+                        const std::vector<inspect::Signature> &wiped) {
   report::Object object = inspect::describe(facts);
   object.push_back({"type", type.name});
   object.push_back(
@@ -32,6 +33,9 @@ report::Object describe(const Facts &facts, const std::vector<Objection> &object
       writes.emplace_back(
           report::Object{{"offset", *facts.size}, {"length", rehearsal.new_size - *facts.size}});
     }
+  }
+  for (const inspect::Signature &signature : wiped) {
+    writes.emplace_back(report::Object{{"offset", signature.offset}, {"length", signature.length}});
   }
   object.push_back({"would_write", std::move(writes)});
   return object;

@@ -17,9 +17,10 @@ struct Judgement {
 
 Judgement judge_stamp(const FileType &type, const std::string &name);
 
-/// The same of a disk that gave no answer.
+/// What was found out, what speaks against a stamp, and what would be written: the signatures to be wiped, too.
 report::Object describe(const inspect::Facts &facts, const std::vector<Objection> &objections,
-                        const Rehearsal &rehearsal, const FileType &type);
+                        const Rehearsal &rehearsal, const FileType &type,
+                        const std::vector<inspect::Signature> &wiped = {});
 
 /// A line for each objection, and how it is overruled.
 std::vector<std::string> sentences(const std::string &name,

@@ -31,7 +31,7 @@ std::optional<Header> sound_header(const std::string &name) {
   if (!file) return {};
   const ssize_t got = pread64(file.get(), bytes, sizeof bytes, 0);
   if (got <= 0) return {};
-  const auto header = decode_header({bytes, static_cast<size_t>(got)});
+  auto header = decode_header({bytes, static_cast<size_t>(got)});
   if (!header || !header->findings.empty()) return {};
   return header;
 }

@@ -21,8 +21,10 @@ namespace fs = std::filesystem;
 namespace {
 
 std::optional<dev_t> device_number(const std::string &text) {
+  std::istringstream words(text);
   unsigned major = 0, minor = 0;
-  if (std::sscanf(text.c_str(), "%u:%u", &major, &minor) != 2) return {};
+  char colon = 0;
+  if (!(words >> major >> colon >> minor)) return {};
   return makedev(major, minor);
 }
 
@@ -162,9 +164,11 @@ void find_locks(const Target &target, std::vector<Holder> &holders) {
     std::istringstream words(line);
     std::string number, kind, manner, access, process, place;
     if (!(words >> number >> kind >> manner >> access >> process >> place)) continue;
+    std::istringstream numbers(place);
     unsigned major = 0, minor = 0;
-    unsigned long long inode = 0;
-    if (std::sscanf(place.c_str(), "%x:%x:%llu", &major, &minor, &inode) != 3) continue;
+    uint64_t inode = 0;
+    char colon = 0;
+    if (!(numbers >> std::hex >> major >> colon >> minor >> colon >> std::dec >> inode)) continue;
     const struct stat64 &status = target.status();
     if (makedev(major, minor) != status.st_dev || inode != status.st_ino) continue;
     const uint64_t id = std::strtoull(process.c_str(), nullptr, 10);

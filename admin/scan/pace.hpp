@@ -15,9 +15,9 @@ class Pace {
 
   void took(uint64_t bytes, int64_t now) {
     if (next_ == 0) next_ = now;
-    if (rate_)
-      next_ = std::max(next_, now - moment) +
-              static_cast<int64_t>(static_cast<double>(bytes) * 1e9 / static_cast<double>(rate_));
+    if (rate_ == 0) return;
+    const double seconds = static_cast<double>(bytes) / static_cast<double>(rate_);
+    next_ = std::max(next_, now - moment) + static_cast<int64_t>(seconds * 1e9);
   }
 
   /// The size of a request with which a slow rate does not become a burst now and then: a tenth of a second's

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 namespace vdadm::scan {
 
@@ -187,8 +188,9 @@ void Reader::done_with(const Extent &range) {
 int Reader::read_fully(const Extent &range) {
   const uint64_t sector = target_.facts().sector_size;
   const uint64_t unit = memory_.size() / 2;
-  char *const buffer =
-      reinterpret_cast<char *>(up(reinterpret_cast<uintptr_t>(memory_.data()), unit));
+  void *begin = memory_.data();
+  size_t room = memory_.size();
+  void *const buffer = std::align(unit, unit, begin, room);
   for (uint64_t at = range.begin; at < range.end;) {
     const Question question(board_);
     const ssize_t bytes = target_.read(buffer, up(range.end - at, sector), at);

@@ -123,7 +123,7 @@ TEST_F(ContextTest, OptionWords) {
   EXPECT_EQ(std::pair(value, length), std::pair(static_cast<void *>(&value), 77U));
   EXPECT_EQ(skgfrioparamcb(nullptr, &value, &length, nullptr, give, memory), 0u);
   EXPECT_EQ(std::pair(value, length), std::pair(static_cast<void *>(memory), 4U));
-  EXPECT_EQ(std::string(memory, sizeof memory), std::string("none\0\0", 7));
+  EXPECT_EQ(std::string(memory, sizeof memory), std::string({'n', 'o', 'n', 'e', 0, 0, 0}));
 }
 
 TEST_F(ContextTest, DirectInputAndOutput) {

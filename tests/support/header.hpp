@@ -29,7 +29,7 @@ struct Header {
     block.resize(length);
     for (const Field &field : fields) std::memcpy(&block[field.at], &field.value, 4);
     char sum[2] = {0, 0};  // the exclusive or of all words, that of the check value included, is 0
-    for (size_t at = 0; at < length; ++at) sum[at % 2] ^= block[at];
+    for (size_t at = 0; at < length; ++at) sum[at % 2] = static_cast<char>(sum[at % 2] ^ block[at]);
     if (swapped) std::swap(sum[0], sum[1]);
     block.replace(old_layout ? 20 : 16, 2, sum, 2);
     for (const Field &field : fields) {
