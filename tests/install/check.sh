@@ -63,7 +63,7 @@ if said=$(printf '#include <aio.h>\n#include <skgfr/skgfr.h>\n' |
   echo "<aio.h> and skgfr.h were compiled together" >&2
   exit 1
 fi
-[[ $said == *'error: #error "skgfr: not together with <aio.h>'* ]] || { echo "$said" >&2; exit 1; }
+[[ $said == *'error: '*'"skgfr: not together with <aio.h>'* ]] || { echo "$said" >&2; exit 1; }
 
 cmake --build "$build" --target uninstall > /dev/null
 left=$(find "$PREFIX" ! -type d)

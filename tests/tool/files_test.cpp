@@ -26,6 +26,7 @@ struct Case {
   Plans plans;
   std::string argument = "";
 };
+void PrintTo(const Case &row, std::ostream *out) { *out << row.name; }
 
 const std::string into_m = " && mv f m && ln -s m/f f && dd if=f of=/dev/null iflag=direct";
 const std::string image = "truncate -s 320M i && mkfs.", loop = " i && mount -o loop i m" + into_m;
