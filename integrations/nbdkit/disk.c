@@ -13,8 +13,6 @@
 #define NBDKIT_API_VERSION 2
 #include <nbdkit-plugin.h>
 
-enum { HEADER_BYTES = 512 };
-
 /* The layer fills what the process keeps in one thread; connections come in any. */
 static pthread_mutex_t one_at_a_time = PTHREAD_MUTEX_INITIALIZER;
 
@@ -54,21 +52,6 @@ static bool start_context(disk *d, const settings *wanted) {
   return true;
 }
 
-/* The block size that block 0 records, in bytes; 0 when it cannot be told. skgfglbsz would read 512 bytes,
- * which a disk of larger sectors does not hand out. */
-static size_t header_block_size(disk *d, const settings *wanted) {
-  void *const start = allocate(buffer_alignment, buffer_alignment);
-  size_t block = 0;
-  if (pread(d->flushed, start, buffer_alignment, 0) < HEADER_BYTES) {
-    nbdkit_error("%s: no header can be read: %m", wanted->file);
-  } else {
-    block = skgfrgbsz(&d->se, &d->ctx, skgfrfOSFILE, start);
-    failed(d, wanted, "no header");
-  }
-  free(start);
-  return block;
-}
-
 /* The file's kind, block size and extent, and what requests have to be multiples of. */
 static bool measure(disk *d, const settings *wanted) {
   text name[skgfr_longest_name + 1];
@@ -80,8 +63,9 @@ static bool measure(disk *d, const settings *wanted) {
     return false;
   }
   const bool direct = wanted->direct || !S_ISREG(status.st_mode); /* devices always are */
-  const size_t block = wanted->header ? header_block_size(d, wanted) : wanted->block_size;
-  if (block == 0) return false;
+  const size_t block =
+      wanted->header ? skgfglbsz(&d->se, &d->ctx, name, named, skgfrfOSFILE) : wanted->block_size;
+  if (failed(d, wanted, "no header")) return false;
   d->fib = allocate(sizeof(void *), skgfrgsz(skgfrsFIB));
   d->fib->ftype_skgfrfib = skgfrfOSFILE;
   d->fib->lblksiz_skgfrfib = block;

@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #define NBDKIT_API_VERSION 2
 #include <nbdkit-plugin.h>
@@ -101,10 +102,14 @@ static void submit(queue *q, int write, piece **done) {
   move_all(&later, list);
 }
 
-/* Waits for one completion and takes all that have come by then. 0, or the error. */
+/* Waits for one completion and takes all that have come by then. 0, or the error. With nothing on its way the
+ * kernel had no room for anything; it may have some in a moment. */
 static int collect(queue *q, piece **done) {
   skgfriosb *status = NULL;
-  if (q->in_flight == 0) return 0;
+  if (q->in_flight == 0) {
+    usleep(1000);
+    return 0;
+  }
   skgfrr result = skgfrwat(&q->d->se, &q->d->ctx, 1, &status, NULL, skgfrUNKNOWN);
   if (result == skgfrrERROR) return q->d->se.slercerrno;
   while (result == skgfrrOK && status) {

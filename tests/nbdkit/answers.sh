@@ -59,4 +59,11 @@ for queue in sync async; do
   grep -qE "pwrite64\($durable,.* = 4096|io_submit.*aio_fildes=$durable," "$work/trace"
   grep -q 'fdatasync(.*= 0' "$work/trace"
 done
+
+# Requests for which the kernel has no room go again, until it has.
+head -c 1M /dev/urandom > "$work/image"
+strace -f -qq -o "$work/trace" -e trace=io_submit -e inject=io_submit:error=EAGAIN:when=4..12 \
+  nbdkit -t 1 -U - "$plugin" "$work/blank" header=false queue=async direct=true --run "nbdcopy --connections=1 $work/image \$uri"
+cmp "$work/image" "$work/blank"
+(( $(grep -c EAGAIN "$work/trace") == 9 ))
 echo 'refusals, errors, flushes and the end of a connection are as told'
