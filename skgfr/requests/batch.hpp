@@ -17,8 +17,10 @@ struct Batch {
 /// Carries out one accepted request; true when it completed, or was taken by the kernel.
 using CarryOutOne = bool (*)(skgfrctx *ctx, const Target &target, skgfrrq *request);
 
+struct Way;
+
 /// The same for a batch; true when this holds for every request of it.
-using CarryOutBatch = bool (*)(skgfrctx *ctx, const Batch &batch);
+using CarryOutBatch = bool (*)(skgfrctx *ctx, const Way &way, const Batch &batch);
 
 /// A way to carry out requests, alone and in batches.
 struct Way {
@@ -27,8 +29,7 @@ struct Way {
 };
 
 /// Carries out every request of a batch by itself, in order.
-template <CarryOutOne carry_out>
-bool for_each_request(skgfrctx *ctx, const Batch &batch) {
+inline bool for_each_request(skgfrctx *ctx, CarryOutOne carry_out, const Batch &batch) {
   bool all = true;
   for (ub4 i = 0; i < batch.count;) {
     const Target target(batch.requests[i]->iov_skgfrrq);
@@ -39,9 +40,16 @@ bool for_each_request(skgfrctx *ctx, const Batch &batch) {
   return all;
 }
 
-/// The way that is one request after the other.
+/// One request after the other.
+inline bool one_by_one(skgfrctx *ctx, const Way &way, const Batch &batch) {
+  return for_each_request(ctx, way.one, batch);
+}
+
+/// The same in place, for the ways that are worth their own loop.
 template <CarryOutOne carry_out>
-inline constexpr Way one_by_one{carry_out, for_each_request<carry_out>};
+bool one_by_one_in_place(skgfrctx *ctx, const Way &, const Batch &batch) {
+  return for_each_request(ctx, carry_out, batch);
+}
 
 inline slerc *error_of(const skgfrrq *request) { return request->iosb_skgfrrq->slerc_skgfriosb; }
 

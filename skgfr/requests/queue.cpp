@@ -64,7 +64,7 @@ uword carry_out_all(skgfrctx *ctx, const kgglk *list, skgfrrq *first, ub4 flags,
     examine(ctx, it);
     batch.count = it.count;
     batch.on_one_handle = it.runs == 1;
-    if (batch.count > 0) all = way.batch(ctx, batch) && all;
+    if (batch.count > 0) all = way.batch(ctx, way, batch) && all;
   }
   return all && !it.refused ? 0 : 1;
 }

@@ -76,6 +76,7 @@ inline bool check_elements(const Target &target, const skgfrrq *request, size_t 
   if (vector.nbufs_skgfrbv > vector_room) return refuse_count(request, vector_room);
   uintptr_t addresses = 0;
   size_t lengths = 0, lengths_less_one = 0, sum = 0;
+#pragma GCC unroll 2
   for (const auto &[address, length] : std::span(vector.bda_skgfrbv, vector.nbufs_skgfrbv)) {
     addresses |= reinterpret_cast<uintptr_t>(address);
     lengths |= length;

@@ -15,8 +15,7 @@ bool may_come_later(const skgfrctx *ctx, int error) {
   return error == EAGAIN || (error == ENOMEM && ctx->aiopend_skgfrctx != 0);
 }
 
-template <bool read>
-bool start_one(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+bool start(skgfrctx *ctx, const Target &target, skgfrrq *request, boolean write) {
   skgfriosb *const status = request->iosb_skgfrrq;
   skgfrsisb *const block = extension(status);
   const skgfrbd &buffer = request->bufspec_skgfrrq.buffer_skgfrrq;
@@ -26,7 +25,7 @@ bool start_one(skgfrctx *ctx, const Target &target, skgfrrq *request) {
   const int result =
       skgfr_aiorw64(ctx, target.handle->fd_skgfrsiov, static_cast<char *>(buffer.bp_skgfrbd),
                     static_cast<int>(buffer.blen_skgfrbd),
-                    target.byte_offset(request->blockno_skgfrrq), block, read ? FALSE : TRUE);
+                    target.byte_offset(request->blockno_skgfrrq), block, write);
   if (result == 0) {
     block->aiosize_skgfrsisb = buffer.blen_skgfrbd;
     ++target.handle->aiopend_skgfrsiov;
@@ -38,11 +37,18 @@ bool start_one(skgfrctx *ctx, const Target &target, skgfrrq *request) {
   return end(request, skgfriIOERROR);
 }
 
+bool start_read(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+  return start(ctx, target, request, FALSE);
+}
+bool start_write(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+  return start(ctx, target, request, TRUE);
+}
+
 }  // namespace
 
 namespace skgfr {
 
-constinit const Way start_reads = one_by_one<start_one<true>>;
-constinit const Way start_writes = one_by_one<start_one<false>>;
+constinit const Way start_reads{start_read, one_by_one};
+constinit const Way start_writes{start_write, one_by_one};
 
 }  // namespace skgfr

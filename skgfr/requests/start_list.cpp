@@ -102,7 +102,7 @@ bool start_one(skgfrctx *ctx, const Target &target, skgfrrq *request) {
   return true;
 }
 
-bool start_batch(skgfrctx *ctx, const Batch &batch) {
+bool start_batch(skgfrctx *ctx, const Way &, const Batch &batch) {
   const Start start(batch.requests[0]);
   const int error = hand_over(ctx, batch.blocks, batch.count);
   start.keep(batch.blocks, batch.count);

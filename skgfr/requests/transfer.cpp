@@ -83,8 +83,10 @@ inline bool check_end(const skgfrctx *ctx, const Target &target, const skgfrrq *
   return target.reaches(request->blockno_skgfrrq, blocks) || refuse_bounds(request, blocks);
 }
 
-template <auto call, bool writes>
-inline bool transfer_vectored(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+using VectorCall = ssize_t (*)(int fd, const iovec *table, int count);
+
+bool transfer_vectored(skgfrctx *ctx, const Target &target, skgfrrq *request, VectorCall call,
+                       bool writes) {
   begin_code_only(error_of(request));
   const skgfrbv &vector = request->bufspec_skgfrrq.bufvec_skgfrrq;
   size_t bytes = 0;
@@ -107,14 +109,23 @@ inline bool transfer_vectored(skgfrctx *ctx, const Target &target, skgfrrq *requ
   return end(request, skgfriDONE);
 }
 
+bool read_vector(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+  return transfer_vectored(ctx, target, request, readv, false);
+}
+bool write_vector(skgfrctx *ctx, const Target &target, skgfrrq *request) {
+  return transfer_vectored(ctx, target, request, writev, true);
+}
+
 }  // namespace
 
 namespace skgfr {
 
-constinit const Way read_positioned = one_by_one<transfer_positioned<pread64>>;
-constinit const Way write_positioned = one_by_one<transfer_positioned<pwrite64>>;
-constinit const Way read_vectored = one_by_one<transfer_vectored<readv, false>>;
-constinit const Way write_vectored = one_by_one<transfer_vectored<writev, true>>;
+constinit const Way read_positioned{transfer_positioned<pread64>,
+                                    one_by_one_in_place<transfer_positioned<pread64>>};
+constinit const Way write_positioned{transfer_positioned<pwrite64>,
+                                     one_by_one_in_place<transfer_positioned<pwrite64>>};
+constinit const Way read_vectored{read_vector, one_by_one};
+constinit const Way write_vectored{write_vector, one_by_one};
 
 bool convert(skgfrctx *ctx, skgfrrq *request, bool read) {
   const Target target(request->iov_skgfrrq);

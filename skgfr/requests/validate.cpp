@@ -24,15 +24,17 @@ skgfrrq *next_on(const kgglk *list, const skgfrrq *request) {
 enum class Verdict { refused, accepted, carried_out };
 
 /// Examines one request, whose handle passed; prepares its control block when that is asked.
-template <bool asynchronous, bool checking>
+template <bool asynchronous>
 inline Verdict examine_one(skgfrctx *ctx, const Target &target, skgfrrq *request, ub4 flags,
-                           bool prepared) {
+                           bool checking, bool prepared) {
   const bool vector = flags & skgfqioVECTOR;
   skgfriosb *const status = request->iosb_skgfrrq;
   skgfrsisb *const block = extension(status);
   if (asynchronous) begin_request(block, target.handle);
   if (checking) {
-    const bool good = vector ? check_vector(target, request) : check_buffer(target, request);
+    // Asynchronous vectors are refused with their handle.
+    const bool good =
+        !asynchronous && vector ? check_vector(target, request) : check_buffer(target, request);
     if (!good) return Verdict::refused;
   }
   begin_code_only(status->slerc_skgfriosb);
@@ -65,7 +67,7 @@ inline void examine_run(skgfrctx *ctx, Examination &it) {
   aiocb64 **const blocks = it.blocks;
   ub4 count = it.count;
   do {
-    switch (examine_one<asynchronous, checking>(ctx, target, request, flags, blocks)) {
+    switch (examine_one<asynchronous>(ctx, target, request, flags, checking, blocks)) {
       [[likely]] case Verdict::accepted : if (blocks) blocks[count] = control_block(request);
       accepted[count++] = request;
       break;
@@ -87,12 +89,13 @@ void examine_all(skgfrctx *ctx, Examination &result) {
   result = it;
 }
 
-template <bool asynchronous, bool checking>
+template <bool asynchronous>
 inline uword carry_out_one(skgfrctx *ctx, skgfrrq *request, ub4 flags, const Way &way) {
+  const bool checking = is_checking(ctx);
   if (checking && !check_handle<asynchronous>(request, flags)) return 1;
   const Target target(request->iov_skgfrrq);
   const bool prepared = asynchronous || (flags & skgfqioPREPARE);
-  switch (examine_one<asynchronous, checking>(ctx, target, request, flags, prepared)) {
+  switch (examine_one<asynchronous>(ctx, target, request, flags, checking, prepared)) {
     case Verdict::accepted: return way.one(ctx, target, request) ? 0 : 1;
     case Verdict::carried_out: return 0;
     case Verdict::refused: break;
@@ -113,12 +116,8 @@ void examine(skgfrctx *ctx, Examination &it) {
 }
 
 uword carry_out_alone(skgfrctx *ctx, skgfrrq *request, ub4 flags, const Way &way) {
-  if (flags & skgfqioASYNC) {
-    return is_checking(ctx) ? carry_out_one<true, true>(ctx, request, flags, way)
-                            : carry_out_one<true, false>(ctx, request, flags, way);
-  }
-  return is_checking(ctx) ? carry_out_one<false, true>(ctx, request, flags, way)
-                          : carry_out_one<false, false>(ctx, request, flags, way);
+  return flags & skgfqioASYNC ? carry_out_one<true>(ctx, request, flags, way)
+                              : carry_out_one<false>(ctx, request, flags, way);
 }
 
 }  // namespace skgfr
