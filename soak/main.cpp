@@ -62,7 +62,7 @@ int report(const Kept &first, const Kept &last) {
   print("mismatches", mismatches);
   print("descriptors gained", last.descriptors - first.descriptors);
   print("memory gained in allocations", last.allocations - first.allocations);
-  print("seed", seed);
+  print("seed", static_cast<long long>(seed));
   return mismatches == 0 && last == first ? 0 : 1;
 }
 
