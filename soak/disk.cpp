@@ -32,12 +32,12 @@ std::vector<Slot *> Disk::take_idle(size_t count) {
   return taken;
 }
 
-void Disk::queue(Slot &slot, Handle &handle, ub4 at, kgglk &head) {
+/// Has the next request of the slot begin so many blocks behind its first.
+void Disk::address(Slot &slot, Handle &handle, ub4 at) {
   slot.handle = &handle;
   slot.time = skgfrUNKNOWN;
-  slot.rq.iov_skgfrrq = handle.iov;
-  slot.rq.blockno_skgfrrq = slot.first + at - handle.from_zero;
-  skgfr_append(&head, &slot.rq);
+  slot.iov_skgfrrq = handle.iov;
+  slot.blockno_skgfrrq = slot.first + at - handle.from_zero;
 }
 
 void Disk::submit() {
@@ -48,19 +48,19 @@ void Disk::submit() {
   ctx->flags_skgfrctx &= ~ub4{skgfrcVALIDATE | skgfrcLISTIO};
   ctx->flags_skgfrctx |= (checking ? skgfrcVALIDATE : 0) | (below(2) ? skgfrcLISTIO : 0);
   stamp_ += 0x1000001;
-  kgglk head{&head, &head};
   const auto batch = take_idle(1 + below(below(10) ? 24 : 900));
   for (Slot *slot : batch) {
     const size_t bytes = 512 * (1 + below(slot->most));
     slot->stamp = stamp_;
     slot->reads = reading;
     slot->fill(slot->words, bytes);
-    slot->rq.bufspec_skgfrrq.buffer_skgfrrq = {slot->words, bytes};
-    queue(*slot, handles_[below(3)], 0, head);
+    slot->bufspec_skgfrrq.buffer_skgfrrq = {slot->words, bytes};
+    address(*slot, handles_[below(3)], 0);
   }
   const bool room = ctx->aiopend_skgfrctx + batch.size() <= 1024;
+  const support::RequestList list(support::Requests(batch.begin(), batch.end()));
   uword result = 0, refused = 0;
-  attempt([&] { result = skgfqio(ctx, &head, flags); });
+  attempt([&] { result = skgfqio(ctx, list, flags); });
   for (Slot *slot : batch) refused |= judge(*slot, flags & skgfqioASYNC, room) ? 0 : 1;
   expect(result == refused, "result of a list", result, refused);
 }
@@ -78,7 +78,7 @@ bool Disk::judge(Slot &slot, bool asynchronous, bool room) {
   expect(found == expected || waits || fails, "state of a request", found, expected);
   const long unmoved = in_kernel ? (list ? 2707002 : 2707001) : asynchronous ? 2707205 : 2707204;
   const long code = refused ? (slot.handle->open ? 2706400 : 2705010) : found == 'E' ? unmoved : 0;
-  expect(outcome(slot.error) == code, "error of a request", outcome(slot.error), code);
+  expect(outcome(slot.se) == code, "error of a request", outcome(slot.se), code);
   slot.outstanding = found == 'P';
   if (slot.outstanding) return ++slot.handle->busy;
 
@@ -97,21 +97,21 @@ bool Disk::holds(ub4 block, const void *bytes, size_t size) {
 
 /// A request that was delivered. One whose completion failed was carried out all the same.
 void Disk::take(skgfriosb *iosb) {
-  Slot &slot = *static_cast<Slot *>(iosb->ctx_skgfriosb);
+  Slot &slot = static_cast<Slot &>(*static_cast<support::Request *>(iosb->ctx_skgfriosb));
   if (!expect(slot.outstanding, "delivered without being outstanding", slot.first)) return;
   slot.outstanding = false;
   --slot.handle->busy;
   idle_.push_back(&slot);
-  const bool good = slot.error.slercoer == 0;
+  const bool good = slot.se.slercoer == 0;
   expect(slot.letter() == (good ? 'D' : 'E'), "state at delivery", slot.letter());
   expect((slot.time != skgfrUNKNOWN) == good, "elapsed time", slot.time);
   if (good || !slot.reads) slot.moved();
   if (good) return;
   const ub4 asked = static_cast<ub4>(slot.bytes());
-  const int error = slot.error.slercerrno == EIO ? EIO : EINTR;
-  const bool told = support::is(slot.error, {27061, error, {longest, asked}}) ||
-                    support::is(slot.error, {27085, 0, {asked / 2, asked}});
-  expect(--failed_completions >= 0 && told, "failed completion", slot.error.slercoer);
+  const int error = slot.se.slercerrno == EIO ? EIO : EINTR;
+  const bool told = support::is(slot.se, {27061, error, {longest, asked}}) ||
+                    support::is(slot.se, {27085, 0, {asked / 2, asked}});
+  expect(--failed_completions >= 0 && told, "failed completion", slot.se.slercoer);
 }
 
 void Disk::collect() {
@@ -180,12 +180,12 @@ void Disk::transfer_vector(Slot &slot, Handle &handle, ub4 at) {
     parts.push_back({part, words * 4});
     end += blocks;
   }
-  slot.rq.bufspec_skgfrrq.bufvec_skgfrrq = {parts.data(), static_cast<uword>(parts.size())};
-  kgglk head{&head, &head};
-  queue(slot, handle, at, head);
+  slot.bufspec_skgfrrq.bufvec_skgfrrq = {parts.data(), static_cast<uword>(parts.size())};
+  address(slot, handle, at);
+  const support::RequestList list(support::Requests{&slot});
   uword result = 0;
-  attempt([&] { result = skgfqio(ctx, &head, skgfqioVECTOR | (reading ? skgfqioREAD : 0)); });
-  se = slot.error;
+  attempt([&] { result = skgfqio(ctx, list, skgfqioVECTOR | (reading ? skgfqioREAD : 0)); });
+  se = slot.se;
   if (se.slercoer == 27071) se.slercose[0] = 0;  // it is the block, where others have the site
   const bool done = succeeded(0, {2707100, 2707203});
   expect(result == !done && slot.letter() == (done ? 'D' : 'E'), "state of a vector");

@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "soak/run.hpp"
+#include "tests/support/requests.hpp"
 
 namespace soak {
 
@@ -26,17 +27,11 @@ struct Handle {
   ub4 end = 0;
 };
 
-/// Blocks, a buffer for them, and the request that may be on its way for them.
-struct Slot {
+/// A request, the blocks that are its own, and a buffer for them.
+struct Slot : support::Request {
   Slot(ub4 at, ub4 blocks, ub4 *bytes, ub4 *on_disk)
-      : first(at), most(blocks), words(bytes), model(on_disk) {
-    iosb->slerc_skgfriosb = &error;
-    iosb->time_skgfriosb = &time;
-    iosb->ctx_skgfriosb = this;
-    rq.iosb_skgfrrq = iosb;
-  }
-  char letter() const { return "?PDELCB"[iosb->status_skgfriosb]; }  // the state's initial
-  size_t bytes() const { return rq.bufspec_skgfrrq.buffer_skgfrrq.blen_skgfrbd; }
+      : Request(nullptr, at, {{bytes, 0}}), first(at), most(blocks), words(bytes), model(on_disk) {}
+  size_t bytes() const { return bufspec_skgfrrq.buffer_skgfrrq.blen_skgfrbd; }
   /// What a write writes: every word tells its place and the moment.
   void fill(ub4 *to, size_t size) const {
     std::iota(to, to + size / 4, stamp + first * block_words);
@@ -46,12 +41,9 @@ struct Slot {
     if (!reads) fill(model, bytes());
     expect(std::memcmp(words, model, bytes()) == 0, "data of block", first);
   }
-  ub4 first, most, *words, *model, stamp = 0, time = 0;
+  ub4 first, most, *words, *model, stamp = 0;
   Handle *handle = nullptr;
   bool reads = false, outstanding = false;
-  slerc error{};
-  support::Iosb iosb;
-  skgfrrq rq{};
 };
 
 class Disk {
@@ -72,13 +64,12 @@ class Disk {
 
  private:
   std::vector<Slot *> take_idle(size_t count);
-  void queue(Slot &slot, Handle &handle, ub4 at, kgglk &head);
+  void address(Slot &slot, Handle &handle, ub4 at);
   bool judge(Slot &slot, bool asynchronous, bool room);
   void take(skgfriosb *iosb);
   void transfer_vector(Slot &slot, Handle &handle, ub4 at);
   void change(Handle &handle, bool opens);
   bool holds(ub4 block, const void *bytes, size_t size);
-  int lock_met() const;
   Handle *any_open();
   ub4 outstanding() const { return handles_[0].busy + handles_[1].busy + handles_[2].busy; }
 

@@ -46,13 +46,6 @@ void Disk::change(Handle &handle, bool opens) {
   expect(found == most || (found == 0 && faulted), "requests at once", found, most);
 }
 
-/// The lock that another owner would meet.
-int Disk::lock_met() const {
-  struct flock met {};
-  met.l_type = F_WRLCK;
-  return fcntl(lockable_, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
-}
-
 void Disk::lock() {
   Handle *const handle = any_open();
   if (!handle) return;
@@ -60,10 +53,11 @@ void Disk::lock() {
   attempt([&] { skgfglk(&se, ctx, handle->iov, share); });
   const bool locked = succeeded(0, {2708609, 2708610, 2708810});
   const int taken = !locked ? F_UNLCK : share ? F_RDLCK : F_WRLCK;
-  expect(lock_met() == taken, "lock", lock_met(), taken);
+  expect(support::lock_met(lockable_) == taken, "lock", support::lock_met(lockable_), taken);
   attempt([&] { skgfrlk(&se, ctx, handle->iov); });
   const bool gone = succeeded(0, {2708911});
-  expect(lock_met() == (gone ? F_UNLCK : taken), "lock after its release", lock_met());
+  expect(support::lock_met(lockable_) == (gone ? F_UNLCK : taken), "lock after its release",
+         support::lock_met(lockable_));
   skgfrlk(&se, ctx, handle->iov);
 }
 

@@ -8,17 +8,17 @@
 
 #include "tests/support/faults.h"
 
-#pragma weak fault_meets /* a program without it has no failures */
-static int meets(const char *call) { return fault_meets && fault_meets(call); }
 static int answer(long result) { return result < 0 ? -errno : (int)result; }
 
-/* A completion that failed or came to its half; nor does the rest of a buffer hold what was read. */
-static void fail(struct io_event *event, int error) {
+/* Makes a completion one that failed or came to its half; nor does the rest of a buffer hold what was
+ * read. */
+static void spoil(struct io_event *event, long failure) {
+  if (!failure) return;
   const struct io_iocb_common *const to = &event->obj->u.c;
-  const size_t moved = error == ENODATA ? to->nbytes / 2 : 0;
+  const size_t moved = failure == -ENODATA ? to->nbytes / 2 : 0;
   const int reads = event->obj->aio_lio_opcode == IO_CMD_PREAD;
   if (reads) memset((char *)to->buf + moved, 0, to->nbytes - moved);
-  event->res = moved ? moved : (unsigned long)-(long)error;
+  event->res = moved ? moved : (unsigned long)failure;
 }
 
 int io_queue_init(int events, io_context_t *context) {
@@ -29,17 +29,17 @@ int io_queue_init(int events, io_context_t *context) {
 int io_queue_release(io_context_t context) { return answer(syscall(SYS_io_destroy, context)); }
 
 int io_submit(io_context_t context, long count, struct iocb *blocks[]) {
-  if (meets("io_submit")) return -errno;
-  if (count > 1 && meets("half of a list")) count /= 2;
+  const long failure = fault_answer("io_submit", 0);
+  if (failure) return (int)failure;
+  if (count > 1 && fault_answer("half of a list", 0)) count /= 2;
   return answer(syscall(SYS_io_submit, context, count, blocks));
 }
 
 int io_getevents(io_context_t context, long least, long most, struct io_event *events,
                  struct timespec *timeout) {
-  if (meets("io_getevents")) return -errno;
+  const long failure = fault_answer("io_getevents", 0);
+  if (failure) return (int)failure;
   const int count = answer(syscall(SYS_io_getevents, context, least, most, events, timeout));
-  for (int i = 0; i < count; ++i) {
-    if (meets("completion")) fail(&events[i], errno);
-  }
+  for (int i = 0; i < count; ++i) spoil(&events[i], fault_answer("completion", 0));
   return count;
 }

@@ -39,6 +39,7 @@ void step(Disk &disk) {
 /// What is kept while nothing is outstanding or open.
 struct Kept {
   long descriptors = support::open_descriptors(), allocations = fault_live_allocations();
+  bool operator==(const Kept &) const = default;
 };
 
 /// Comes to rest, where all contents are compared.
@@ -50,18 +51,19 @@ Kept rest(Disk &disk) {
   return {};
 }
 
+void print(const std::string &what, long long value) {
+  std::printf("%-30s %12lld\n", what.c_str(), value);
+}
+
 int report(const Kept &first, const Kept &last) {
-  std::printf("%-30s %12ld\n", "operations", step_number);
-  for (const Kind &each : kinds) std::printf("  %-28s %12ld\n", each.name, each.done);
-  const long descriptors = last.descriptors - first.descriptors;
-  const long allocations = last.allocations - first.allocations;
-  const std::pair<const char *, long> rows[] = {{"faults injected", fault_count()},
-                                                {"mismatches", mismatches},
-                                                {"descriptors gained", descriptors},
-                                                {"memory gained in allocations", allocations}};
-  for (const auto &[name, value] : rows) std::printf("%-30s %12ld\n", name, value);
-  std::printf("%-30s %12lu\n", "seed", seed);
-  return mismatches || descriptors || allocations ? 1 : 0;
+  print("operations", step_number);
+  for (const Kind &each : kinds) print(std::string("  ") + each.name, each.done);
+  print("faults injected", fault_count());
+  print("mismatches", mismatches);
+  print("descriptors gained", last.descriptors - first.descriptors);
+  print("memory gained in allocations", last.allocations - first.allocations);
+  print("seed", static_cast<long long>(seed));
+  return mismatches == 0 && last == first ? 0 : 1;
 }
 
 int skip(const char *reason) {

@@ -31,12 +31,12 @@ void judge_header(skgfrctx *ctx, const Row &row, const std::string &name, skgfrf
 /// Moves the last block; asynchronously only where the kernel can.
 void transfer(skgfrctx *ctx, const Row &row, skgfriov *iov, void *data, ub4 direction) {
   Request one(iov, row.blocks, {{data, row.size}});
-  Request *const list[] = {&one};
-  must(skgfqio(ctx, RequestList(list), direction) == 0, row, "a synchronous request");
+  const RequestList list(Requests{&one});
+  must(skgfqio(ctx, list, direction) == 0, row, "a synchronous request");
   must(one.letter() == 'D', row, "done");
   if (ctx->maxaio_skgfrctx > 0) return;
   must(!skgfr_aiosupported(ctx, priv(iov)->fd_skgfrsiov), row, "no asynchronous I/O");
-  must(skgfqio(ctx, RequestList(list), skgfqioASYNC) == 1, row, "no asynchronous request");
+  must(skgfqio(ctx, list, skgfqioASYNC) == 1, row, "no asynchronous request");
   must(is(one.se, {27064}), row, "refused as such");
 }
 

@@ -1,7 +1,8 @@
 // Makes every call of every operation fail, one at a time, and holds the outcome against the tables.
 //
 // An operation runs once with nothing failing, when its calls must be those of its table, and then once
-// for each error of each call, each time in a process of its own that is as new as the first.
+// for each error of each call, each time in a process of its own that is as new as the first. Last it runs
+// without standard input and without standard error, when nothing may be opened in their place.
 #include <dlfcn.h>
 #include <fcntl.h>
 
@@ -24,9 +25,27 @@ struct Trial {
   std::string call{};
   int skip = 0;
   Injection injection{0, 0};
+  int closed = -1;  // standard file
 
-  bool is_clean() const { return change.empty() && call.empty(); }
+  bool is_clean() const { return change.empty() && call.empty() && closed < 0; }
 };
+
+/// A standard file that is closed, and the calls that were made while something else had its number.
+struct {
+  int number;
+  std::string calls;
+} closed_file;
+
+/// What is opened in its place may only move on, or be held until its successor is open. Looks before a
+/// call and lets it pass.
+int look_for_misuse(const char *call) {
+  const int watching = fault_watch(0);
+  const std::set<std::string> moves = {"fcntl", "close", "opendir", "setmntent"};
+  const bool taken = fcntl(closed_file.number, F_GETFD) >= 0;
+  if (taken && !moves.contains(call)) closed_file.calls += call + std::string(" ");
+  fault_watch(watching);
+  return 0;
+}
 
 class Failures : public LayerTest, public testing::WithParamInterface<const Section *> {
  protected:
@@ -73,7 +92,7 @@ std::string gained(const char *what, long count) {
 }
 
 bool Failures::make(const Trial &trial) const {
-  const auto &[wanted, change, call, skip, injection] = trial;
+  const auto &[wanted, change, call, skip, injection, closed] = trial;
   Scene scene(section.scene.rfind("new_process", 0) != 0);
   scene.injected = injection.error;
   prepare(scene, section.scene + (change.empty() ? "" : "+" + change));
@@ -83,11 +102,18 @@ bool Failures::make(const Trial &trial) const {
   scene.se = dirty();
   const NamedOperation &operation = operation_named(section.operation);
   if (operation.before) operation.before(scene);
+  if (closed >= 0) {
+    close(closed);
+    closed_file.number = closed;
+    fault_at_random(1, 1, look_for_misuse);
+  }
   const int open_before = open_descriptors();
   const long injected = fault_count(), allocated = fault_live_allocations();
   fault_watch(1);
   const ub8 result = operation.call(scene);
   fault_watch(0);
+  if (closed >= 0) look_for_misuse("the end");
+  EXPECT_EQ(closed_file.calls, "") << "in place of a standard file";
   scene.allocated = fault_live_allocations() - allocated;
   const std::string descriptors = gained(" fd", open_descriptors() - open_before);
   EXPECT_TRUE(call.empty() || fault_count() > injected) << "the failure was never met";
@@ -172,6 +198,10 @@ TEST_P(Failures, AreAsTheTableSays) {
   for (const Row &row : section.refusals) {
     SCOPED_TRACE(testing::Message() << row.place << ": when " << row.call);
     run({row.usual, row.call});
+  }
+  for (const int closed : {STDIN_FILENO, STDERR_FILENO}) {
+    SCOPED_TRACE(testing::Message() << "without descriptor " << closed);
+    run({.wanted = unharmed, .closed = closed});
   }
 }
 

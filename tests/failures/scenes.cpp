@@ -9,7 +9,6 @@
 #include <ctime>
 
 #include "tests/failures/scene.hpp"
-#include "tests/stand_in_aio/stand_in_aio.h"
 
 namespace support {
 
@@ -84,7 +83,8 @@ SCENE(loop) {
 SCENE(null_device) { s.name = "/dev/null"; }
 SCENE(endless) { s.name = "/dev/zero"; }
 
-/// The raw device 1:5 is bound to 1:3, which is a disk.
+/// The raw device of this minor number is bound to 1:3, which is a disk.
+int raw_minor = 5;
 unsigned long sectors_of_disk = 4096;
 int answer(int fd, unsigned long request, void *argument, int *result) {
   struct stat64 status;
@@ -95,7 +95,7 @@ int answer(int fd, unsigned long request, void *argument, int *result) {
   *result = fstat64(fd, &status);
   const bool disk = request == BLKGETSIZE && status.st_rdev == makedev(1, 3);
   if (disk) *static_cast<unsigned long *>(argument) = sectors_of_disk;
-  const bool bound = request == 0xAC01 && binding->raw_minor == 5;
+  const bool bound = request == 0xAC01 && binding->raw_minor == raw_minor;
   if (bound) {
     binding->block_major = 1;
     binding->block_minor = 3;
@@ -105,12 +105,17 @@ int answer(int fd, unsigned long request, void *argument, int *result) {
 SCENE(raw_device) {
   endless(s);
   static const std::string list = s.dir.path("partitions");
-  put(list, "1 3 0 null\n");
+  put(list, "9 3 0 zero\n1 3 0 null\n");
   fault_redirect("/dev/rawctl", "/dev/zero");
   fault_redirect("/proc/partitions", list.c_str());
   fault_answer_ioctl(answer);
 }
 SCENE(empty_disk) { sectors_of_disk = 0; }
+/// Of another driver than the raw devices' control node, so it is none of them.
+SCENE(other_driver) {
+  s.name = "/dev/ptmx";
+  raw_minor = 2;
+}
 
 // Handles, locks, folders
 
@@ -133,10 +138,12 @@ SCENE(link_to_folder) {
 SCENE(late_probe) {
   file(s);
   const int fd = open(s.name.c_str(), O_RDONLY);
-  void *const library = dlopen("libaio.so.1", RTLD_NOW | RTLD_NOLOAD);
-  static_cast<stand_in_aio *>(dlsym(library, "stand_in_aio"))->reapings = {0, 1, {-EPERM}};
+  fault_watch(1);
+  fault_arm("io_getevents", 0, 1, EPERM, FAULT_FAILS);
   skgfr_aiosupported(s.ctx, fd);
-  dlclose(library), close(fd);
+  fault_reset();
+  fault_watch(0);
+  close(fd);
 }
 SCENE(read) { s.request_flags |= skgfqioREAD; }
 SCENE(vector) { s.request_flags |= skgfqioVECTOR; }
@@ -229,7 +236,7 @@ SCENE(sized) { s.fib->lblksiz_skgfrfib = s.number; }
 }  // namespace
 
 uword queue_request(Scene &s) {
-  Request *const one[] = {&*s.request};
+  Request *const one[] = {&*s.request};  // a vector would allocate, which is counted
   return skgfqio(s.ctx, RequestList(one), s.request_flags);
 }
 

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 rows=$(sed -n 's/^| `\([a-z0-9_]*\)` | \([0-9]*\) | \([0-9]*\) |$/\1 \2 \3/p' docs/abi.md)
 # shellcheck disable=SC2086  # flags are a list
 {
-  echo '#include "skgfr/client.h"'
+  printf '#include "%s"\n' skgfr/client.h tool/vdprep.h
   awk -v p="$pointer" '{ printf "_Static_assert(sizeof(%s) == %s, \"%s\");\n", $1, p == 8 ? $2 : $3, $1 }' <<< "$rows"
 } | "$compiler" $flags -D_GNU_SOURCE -I. -std=gnu11 -x c -fsyntax-only -
 # Every record is in the table.

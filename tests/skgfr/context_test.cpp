@@ -1,22 +1,13 @@
-// Record sizes, initialisation of a context, I/O options and the probe for asynchronous I/O.
+// Record sizes, initialisation of a context and I/O options.
 #include <fcntl.h>
 #include <sys/resource.h>
 
-#include <cstring>
-
-#include "tests/support/layer.hpp"
+#include "tests/support/own_process.hpp"
 
 namespace {
 using namespace support;
 using std::tuple;
 using ContextTest = LayerTest;
-
-/// Runs checks in a process of their own, in which nothing was registered or loaded before.
-template <class Checks>
-void alone(Checks checks) {
-  GTEST_FLAG_SET(death_test_style, process_of_its_own);
-  EXPECT_EXIT((checks(), _exit(testing::Test::HasFailure())), testing::ExitedWithCode(0), "");
-}
 
 TEST_F(ContextTest, RecordSizesAndCapabilities) {
   const size_t narrow[] = {0, 36, 588, 112, 0}, wide[] = {0, 40, 616, 152, 0};
@@ -27,7 +18,7 @@ TEST_F(ContextTest, RecordSizesAndCapabilities) {
 }
 
 TEST_F(ContextTest, FirstInitialisation) {
-  alone([] {
+  in_new_process([] {
     slerc se = dirty();
     skgfrctx ctx;
     std::memset(&ctx, 0xA5, sizeof ctx);
@@ -61,7 +52,7 @@ TEST_F(ContextTest, FirstInitialisation) {
 }
 
 TEST_F(ContextTest, LimitsOfTheProcess) {
-  alone([] {
+  in_new_process([] {
     Context first;
     const tuple<rlim64_t, rlim64_t, ub2, ub8> limits[] = {
         {1024, ~ub8{0}, 409, ~ub8{0}}, {1000, ~0u, 400, ~ub8{0}}, {256, 1LL << 32, 102, 1LL << 32}};
@@ -147,19 +138,5 @@ TEST_F(ContextTest, DirectInputAndOutput) {
   EXPECT_EQ(skgfr_cfsdirectio(nullptr, "/tmp/no such file", S_IFREG, 0), 0);
   EXPECT_EQ(skgfr_cfsdirectiofd(nullptr, -1, S_IFREG), FALSE);
   close(folder);
-}
-
-TEST_F(ContextTest, ProbeForAsynchronousInputAndOutput) {
-  if (!kernel_has_room()) GTEST_SKIP() << "no room for another kernel context";
-  TempDir dir;
-  int ends[2];
-  ASSERT_TRUE(pipe2(ends, O_NONBLOCK) == 0 && write(ends[1], "short", 5) == 5);
-  const auto file = [&](size_t size) { return open(dir.file("f", size).c_str(), O_RDONLY); };
-  Context ctx;
-  const auto probe = [&](int fd) { return skgfr_aiosupported(ctx, fd) + 2 * close(fd); };
-  EXPECT_EQ(probe(ends[0]), FALSE);  // good ones between: no completion is another's
-  for (const size_t size : {512U, 511U, 513U, 0U, 8192U}) EXPECT_EQ(probe(file(size)), size > 511);
-  EXPECT_EQ(probe(open("/tmp", O_RDONLY)), FALSE);
-  EXPECT_EQ(probe(ends[1]), FALSE);
 }
 }  // namespace

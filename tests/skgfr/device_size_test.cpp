@@ -1,14 +1,10 @@
-// The size of a device that does not tell it: by its raw binding, or by searching for its end.
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
+// The size of a device that does not tell it, by searching for its end.
 
 #include <cerrno>
 #include <limits>
 
 #include "skgfr/files/device_size.hpp"
-#include "skgfr/skgfr.h"
-#include "tests/support/world.hpp"
+#include "tests/support/layer.hpp"
 
 using namespace support;
 
@@ -42,38 +38,6 @@ TEST_F(DeviceSize, ProbesForTheEnd) {
     EXPECT_EQ(skgfr::search_by_probing(read_script, -1), size);
     const int told = readable == 100 ? 0 : behind;  // a sector in parts is no failure
     EXPECT_EQ(std::pair(errno, probes), std::pair(told, count)) << readable;
-  }
-}
-
-struct Binding {
-  int raw_minor;
-  ub8 block_major, block_minor;
-};
-
-/// Every raw device is bound to the null device, which has 8 sectors.
-int answer_binding(int, unsigned long request, void *argument, int *result) {
-  const bool asks_size = request == BLKGETSIZE;
-  if (asks_size) *static_cast<unsigned long *>(argument) = 8;
-  if (request == _IO(0xAC, 1)) *static_cast<Binding *>(argument) = {5, 1, 3};
-  *result = 0;
-  return asks_size || request == _IO(0xAC, 1);
-}
-
-TEST_F(DeviceSize, OfARawDeviceIsThatOfTheBlockDeviceBehindIt) {
-  const TempDir dir;
-  const std::string list = dir.path("list");
-  put(list, "9 3 0 zero\n1 3 0 null\n");
-  fault_redirect("/dev/rawctl", "/dev/null");
-  fault_redirect("/proc/partitions", list.c_str());
-  fault_answer_ioctl(answer_binding);
-  // The second has another major number than the control node, and is no raw device.
-  for (const auto &[name, result, size] :
-       {std::tuple("/dev/zero", 0, 4096), {"/dev/ptmx", -1, 77}}) {
-    const int fd = open(name, O_RDONLY | O_NOCTTY);
-    off64_t found = 77;
-    EXPECT_EQ(skgfgrsraw(fd, &found), result) << name;
-    EXPECT_EQ(found, size) << name;
-    close(fd);
   }
 }
 

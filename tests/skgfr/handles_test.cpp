@@ -21,18 +21,12 @@ ub8 ask(World &w) {
   return skgfask(&w.se, w.ctx, w.iov, static_cast<skgfrq>(question));
 }
 ub8 erase(World &w) { return skgfrdel(&w.se, w.ctx, txt(w.name), w.name.size(), w.type); }
-ub8 erase_folder(World &w) { return skgfrddel(&w.se, txt(w.name), w.name.size()); }
 
 void opened(World &w) {
   identified(w);
   w.flags = skgfofiWRITE;
   open_file(w);
 }
-
-void link_to_folder(World &w) {
-  std::filesystem::create_directory_symlink(w.dir.path(""), w.name = w.dir.path("link"));
-}
-void new_folder(World &w) { std::filesystem::create_directory(w.name = w.dir.path("folder")); }
 
 TEST_F(Handles, RetryDevicesThatAnswerEio) {
   for (const int failures : {2, 5, 6}) {
@@ -52,14 +46,6 @@ TEST_F(Handles, RetryDevicesThatAnswerEio) {
     EXPECT_EQ(w.ctx->spare1_skgfrctx + w.ctx->spare2_skgfrctx == 0, opens);
     close_file(w);
   }
-}
-
-/// The lock that stands in the way of writing far behind the file's end, for another owner.
-int lock_met(int fd) {
-  struct flock met {};
-  met.l_type = F_WRLCK;
-  met.l_start = 1 << 20;  // where the file may yet grow
-  return fcntl(fd, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
 }
 
 void expect_lock(World &w, Operation take, int met, int other) {
@@ -109,76 +95,6 @@ TEST_F(Handles, OpenLockFlushAndClose) {
   }
 }
 
-boolean go_on(void *, const text *, size_t) { return TRUE; }
-ub8 on_nfs(World &w) {
-  fault_file_system(0x6969);
-  if (!own_mount().empty()) w.name = w.elsewhere.emplace(own_mount()).file("file", 512);
-  return identify(w);
-}
-ub8 raw_device(World &w) {
-  fault_redirect("/dev/rawctl", "/dev/null");
-  w.name = "/dev/zero";
-  return skgfgfsz(&w.se, w.ctx, txt(w.name), w.name.size());
-}
-ub8 disk(World &w) {
-  put(w.name, "1 3 0 null\n");
-  fault_redirect("/proc/partitions", w.name.c_str());
-  const int fd = skgfgrsobid(1, 3);
-  close(fd);
-  return fd > STDERR_FILENO;
-}
-ub8 examine(World &w) {
-  fault_redirect("/dev/rawctl", "/dev/null");
-  skgfrstat match{};
-  match.path_skgfrstat = txt(w.name = "/dev/null");
-  return skgfrdevstat(&w.se, w.ctx, &match, FALSE) ? 1 : 0;
-}
-
-ub8 resize(World &w) {
-  skgfrsz(&w.se, w.ctx, w.fib, 3);
-  return w.se.slercoer == 0;
-}
-ub8 recompute(World &w) {
-  skgfrfb(&w.se, w.ctx, w.fib);
-  return w.se.slercoer == 0;
-}
-ub8 create_second(World &w) {
-  w.name += "2";
-  skgfrcre(&w.se, w.ctx, txt(w.name), w.name.size(), w.type, 512, 1, 0);
-  return w.se.slercoer == 0;
-}
-ub8 search(World &w) {
-  w.name = w.dir.path("");
-  skgfrsfe(&w.se, txt(w.name), w.name.size(), FALSE, nullptr, go_on);
-  return w.se.slercoer == 0;
-}
-ub8 block_size(World &w) { return skgfglbsz(&w.se, w.ctx, txt(w.name), w.name.size(), w.type); }
-ub8 block1(World &w) { return skgfgb1off(&w.se, txt(w.name), w.name.size()); }
-
-TEST_F(Handles, NothingIsOpenedInPlaceOfAStandardFile) {
-  const Operation operations[] = {identify, on_nfs,    raw_device,    disk,
-                                  examine,  open_file, block_size,    block1,
-                                  resize,   recompute, create_second, search};
-  for (const int closed : {STDIN_FILENO, STDERR_FILENO}) {
-    const int kept = dup(closed);
-    for (const Operation &operation : operations) {
-      SCOPED_TRACE(testing::Message() << closed << " by operation " << &operation - operations);
-      World w;
-      identified(w);
-      fault_reset();
-      close(closed);
-      EXPECT_NE(operation(w), 0U);
-      const int opened = fault_calls("open64"), moved = fault_calls("fcntl");
-      dup2(kept, closed);
-      EXPECT_EQ(moved, opened + (operation == open_file)) << "one more sets close-on-exec";
-      EXPECT_NE(fault_calls("opendir"), 1) << "once more while the first is held";
-      EXPECT_NE(fault_calls("setmntent"), 1);
-      skgfcfi(&w.se, w.ctx, w.iov);
-    }
-    close(kept);
-  }
-}
-
 TEST_F(Handles, FailOnRequest) {
   World w;
   opened(w);
@@ -213,18 +129,10 @@ TEST_F(Handles, AllowAsynchronousRequestsWhereTheyWork) {
   }
 }
 
-TEST_F(Handles, DeleteFilesAndFoldersButNoDevices) {
+TEST_F(Handles, DeleteNoDevices) {
   World w;
-  w.name = w.dir.file("file", 1);
-  EXPECT_TRUE(gives(w, erase, skgfrrOK));
-  EXPECT_FALSE(std::filesystem::exists(w.name));
-  for (const Change change : {link_to_folder, new_folder}) {
-    change(w);
-    EXPECT_TRUE(gives(w, erase_folder, skgfrrOK));
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(w.name)));
-  }
-  fault_arm("unlink", 0, 1, EPERM, FAULT_FAILS);  // the device outlives a faulty product
   w.name = "/dev/null";
+  fault_arm("unlink", 0, 1, EPERM, FAULT_FAILS);  // the device outlives a faulty product
   EXPECT_TRUE(gives(w, erase, skgfrrOK));
 }
 

@@ -17,9 +17,8 @@ ub8 raise_limit(World &w) { return skgfrofl(&w.se, w.ctx, 100); }
 
 const std::string header_of_8192 = Header{.size = 8192}.bytes();
 
-void nfs(World &) { fault_file_system(0x6969); }
 void nfs_mount(World &w) {
-  nfs(w);
+  fault_file_system(0x6969);
   w.name.clear();
   if (own_mount().empty()) GTEST_SKIP() << "no folder for files is a mount of its own";
   w.name = w.elsewhere.emplace(own_mount()).file("file", 512);

@@ -205,13 +205,12 @@ TEST_F(RequestsTest, ControlBlocks) {
   for (const ub4 flags : {A | R, skgfqioPREPARE | R, A | W}) {
     if (flags == A) unchecked(f);  // the private status is begun without checks too
     Request one(f.iov, 0x900001, {{buffer + 512, 1024}});
-    Request *const alone[] = {&one};
     skgfrsisb *const status = priv(one.iosb);
     std::memset(status, 0x5A, sizeof *status);
     skgfrrq *next = &one, *valid = nullptr;
     aiocb64 *block = nullptr;
     ub4 count = 0;
-    const RequestList list(alone);
+    const RequestList list(Requests{&one});
     EXPECT_EQ(skgfrvldtrq(list, flags, f.ctx, 9, &next, &valid, &block, &count), FALSE);
     EXPECT_EQ(count, 1u);
     EXPECT_EQ(next, nullptr);

@@ -118,9 +118,10 @@ static const struct fault *due(const char *call) { return due_with(call, 0); }
 static long pointer(const struct fault *fault) {
   return fault->result == FAULT_FAILS ? FAULT_NULL : fault->result;
 }
-int fault_meets(const char *call) { return due(call) != NULL; }
 long fault_answer(const char *call, long otherwise) {
+  const int before = errno;
   const struct fault *const met = due(call);
+  errno = before;
   if (!met) return otherwise;
   return met->result == FAULT_FAILS ? -met->error : met->result;
 }
@@ -251,45 +252,38 @@ REPLACE_VARIADIC(ioctl, int, unsigned long, answered(real, a, b, last))
 REPLACE_VARIADIC(open64, const char *, int, real(redirected(a), b, last))
 
 /* What hardened code calls instead. */
+#define CHECKED(name, parameters, arguments)     \
+  ssize_t __##name##_chk parameters;             \
+  ssize_t __##name##_chk parameters {            \
+    if (size > room) abort();                    \
+    return name arguments;                       \
+  }
+CHECKED(read, (int fd, void *to, size_t size, size_t room), (fd, to, size))
+CHECKED(pread64, (int fd, void *to, size_t size, off64_t at, size_t room), (fd, to, size, at))
+CHECKED(readlink, (const char *name, char *to, size_t size, size_t room), (name, to, size))
+CHECKED(readlinkat, (int folder, const char *name, char *to, size_t size, size_t room),
+        (folder, name, to, size))
 int __open64_2(const char *name, int flags);
-ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room);
-ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room);
-ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room);
-ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room);
-// clang-format on
-
-static size_t checked(size_t size, size_t room) {
-  if (size > room) abort();
-  return size;
-}
 int __open64_2(const char *name, int flags) { return open64(name, flags, 0); }
-ssize_t __read_chk(int fd, void *buffer, size_t size, size_t room) {
-  return read(fd, buffer, checked(size, room));
-}
-ssize_t __pread64_chk(int fd, void *buffer, size_t size, off64_t offset, size_t room) {
-  return pread64(fd, buffer, checked(size, room), offset);
-}
-ssize_t __readlink_chk(const char *name, char *target, size_t size, size_t room) {
-  return readlink(name, target, checked(size, room));
-}
-ssize_t __readlinkat_chk(int folder, const char *name, char *target, size_t size, size_t room) {
-  return readlinkat(folder, name, target, checked(size, room));
-}
+// clang-format on
 
 /* The allocator behind: the sanitizer's, else the next one, so that valgrind's takes its place. All
  * of it is looked up at the first allocation, as later the C library may be in the midst of
  * something; what that look-up allocates itself comes from the C library's own. */
-#define ALLOCATOR(type, name, parameters)                            \
+#define EACH_ALLOCATOR(DO)                              \
+  DO(void *, malloc, (size_t size))                     \
+  DO(void *, calloc, (size_t count, size_t size))       \
+  DO(void *, realloc, (void *old, size_t size))         \
+  DO(void *, memalign, (size_t alignment, size_t size)) \
+  DO(void, free, (void *memory))
+
+#define DECLARE(type, name, parameters)                              \
   extern type __interceptor_##name parameters __attribute__((weak)); \
   extern type __libc_##name parameters;                              \
   static type(*real_##name) parameters = __libc_##name;
-ALLOCATOR(void *, malloc, (size_t size))
-ALLOCATOR(void *, calloc, (size_t count, size_t size))
-ALLOCATOR(void *, realloc, (void *old, size_t size))
-ALLOCATOR(void *, memalign, (size_t alignment, size_t size))
-ALLOCATOR(void, free, (void *memory))
+EACH_ALLOCATOR(DECLARE)
 
-#define LOOK_UP(name)                   \
+#define LOOK_UP(type, name, parameters) \
   if (__interceptor_##name)             \
     real_##name = __interceptor_##name; \
   else                                  \
@@ -297,11 +291,7 @@ ALLOCATOR(void, free, (void *memory))
 static void look_up_allocator(void) {
   static int looked_up;
   if (looked_up++) return;
-  LOOK_UP(malloc)
-  LOOK_UP(calloc)
-  LOOK_UP(realloc)
-  LOOK_UP(memalign)
-  LOOK_UP(free)
+  EACH_ALLOCATOR(LOOK_UP)
 }
 
 static void *counted(void *memory) {

@@ -45,9 +45,8 @@ void fault_time_of_day(long seconds, long microseconds);
 typedef int (*fault_ioctl)(int fd, unsigned long request, void *argument, int *result);
 void fault_answer_ioctl(fault_ioctl answer);
 
-/* For stand-ins: whether a call of this name is to fail now, with errno set; and what it answers
- * then (a negated errno, or the armed result when it is not FAULT_FAILS), else `otherwise`. */
-int fault_meets(const char *call);
+/* For stand-ins: what a call of this name answers, with errno left alone: a negated errno, or the armed
+ * result when it is not FAULT_FAILS; else `otherwise`. */
 long fault_answer(const char *call, long otherwise);
 
 /* Whether calls are counted and may fail; on after a reset. What it was. */

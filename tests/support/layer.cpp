@@ -1,5 +1,6 @@
 #include "tests/support/layer.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -92,15 +93,16 @@ testing::AssertionResult is(const slerc &se, const Expected &expected) {
   return testing::AssertionFailure() << "found " << found << ", expected " << wanted;
 }
 
-slerc dirty() {
-  slerc se;
-  std::memset(&se, 0x5A, sizeof se);
-  return se;
-}
-
 int open_descriptors() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
   return static_cast<int>(std::distance(begin(all), end(all))) - 1;  // the folder itself
+}
+
+int lock_met(int fd) {
+  struct flock met {};
+  met.l_type = F_WRLCK;
+  met.l_start = 1 << 20;
+  return fcntl(fd, F_OFD_GETLK, &met) == 0 ? met.l_type : -1;
 }
 
 TempDir::TempDir(const std::string &parent) : path_(parent + "/vdprep-test-XXXXXX") {

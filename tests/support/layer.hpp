@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -80,18 +81,22 @@ struct Expected {
 testing::AssertionResult is(const slerc &se, const Expected &expected);
 
 /// A record full of leftovers, to prove that operations clear it.
-slerc dirty();
+inline slerc dirty() {
+  slerc se;
+  std::memset(&se, 0x5A, sizeof se);
+  return se;
+}
 
 /// Of two texts, such as a header's bytes, the one of this machine's byte order.
 constexpr const char *here(const char *little_endian, const char *big_endian) {
   return std::endian::native == std::endian::little ? little_endian : big_endian;
 }
 
-/// How a death test starts its process: anew, or where an emulator cannot do that as a copy of this
-/// one; then nothing may have gone before it.
-constexpr const char *process_of_its_own = VDPREP_EMULATED ? "fast" : "threadsafe";
-
 int open_descriptors();
+
+/// The type of the lock that another owner than the descriptor's meets when it is to write far behind the
+/// file's end, where that may yet grow; F_UNLCK for none.
+int lock_met(int fd);
 
 /// A folder that goes with everything in it.
 class TempDir {

@@ -48,6 +48,14 @@ void each_in_own_process(const Rows &rows, Body body) {
   for (const auto &row : rows) in_own_process([&] { body(row); });
 }
 
+/// Runs checks in a process that begins anew, in which nothing was registered or loaded before; where an
+/// emulator starts none it is a copy of this one, and then nothing may have gone before them.
+template <class Checks>
+void in_new_process(Checks checks) {
+  GTEST_FLAG_SET(death_test_style, VDPREP_EMULATED ? "fast" : "threadsafe");
+  EXPECT_EXIT((checks(), _exit(testing::Test::HasFailure())), testing::ExitedWithCode(0), "");
+}
+
 /// A buffer whose end is watched.
 class Guarded {
  public:

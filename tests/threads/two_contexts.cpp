@@ -2,20 +2,17 @@
 // thread sanitizer watches what the layer keeps for the whole process.
 #include <cstdio>
 #include <cstdlib>
-#include <string>
+#include <deque>
 #include <thread>
-#include <vector>
 
-#include "skgfr/client.h"
+#include "tests/support/requests.hpp"
 
 namespace {
 
+using namespace support;
+
 constexpr ub4 blocks = 64;
 constexpr size_t block_size = 512;
-
-text *txt(const std::string &name) {
-  return reinterpret_cast<text *>(const_cast<char *>(name.c_str()));
-}
 
 void require(bool good, const char *step) {
   if (good) return;
@@ -23,40 +20,25 @@ void require(bool good, const char *step) {
   std::abort();
 }
 
-struct Request : skgfrrq {
-  slerc se{};
-  alignas(8) char status[256]{};
-};
-
 /// Queues every block of the file, collects what is asynchronous, and looks at all outcomes.
 void transfer(skgfrctx *ctx, skgfriov *iov, char *data, ub4 flags) {
-  std::vector<Request> requests(blocks);
-  kgglk list;
-  skgfr_make_list(&list);
-  for (Request &request : requests) {
-    request.iov_skgfrrq = iov;
-    request.iosb_skgfrrq = reinterpret_cast<skgfriosb *>(request.status);
-    request.iosb_skgfrrq->slerc_skgfriosb = &request.se;
-    request.blockno_skgfrrq = static_cast<ub4>(&request - requests.data()) + 1;
-    request.bufspec_skgfrrq.buffer_skgfrrq = {data, block_size};
-    data += block_size;
-    skgfr_append(&list, &request);
+  std::deque<Request> pool;
+  Requests requests;
+  for (ub4 block = 1; block <= blocks; ++block, data += block_size) {
+    requests.push_back(&pool.emplace_back(iov, block, std::vector{skgfrbd{data, block_size}}));
   }
-  skgfqio(ctx, &list, flags);
+  skgfqio(ctx, RequestList(requests), flags);
   slerc se;
   skgfriosb *done = nullptr;
   while (skgfrwat(&se, ctx, blocks, &done, nullptr, skgfrUNKNOWN) == skgfrrOK) {
   }
-  for (const Request &request : requests) {
-    require(request.iosb_skgfrrq->status_skgfriosb == skgfriDONE, "a request");
-  }
+  for (const Request *request : requests) require(request->letter() == 'D', "a request");
 }
 
 void use_the_layer(const std::string &name) {
-  alignas(8) char fib_memory[1024]{}, iov_memory[256]{};
   alignas(512) char data[blocks * block_size];
-  auto *const fib = reinterpret_cast<skgfrfib *>(fib_memory);
-  auto *const iov = reinterpret_cast<skgfriov *>(iov_memory);
+  Fib fib;
+  Iov iov;
   slerc se;
   skgfrctx ctx;
   skgfrwcx wait;
@@ -84,7 +66,7 @@ void use_the_layer(const std::string &name) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  require(argc == 2 && skgfrgsz(skgfrsFIB) <= 1024 && skgfrgsz(skgfrsISB) <= 256, "usage");
+  require(argc == 2, "usage");
   const std::string folder = argv[1];
   use_the_layer(folder + "/first");  // fills what the process keeps, as the layer asks
   for (char round = 'a'; round < 'u'; ++round) {
