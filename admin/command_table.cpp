@@ -3,19 +3,19 @@
 
 namespace vdadm {
 
-Work declare_show(CLI::App &parser);
-Work declare_verify(CLI::App &parser);
-Work declare_check(CLI::App &parser);
-Work declare_stamp(CLI::App &parser);
-Work declare_create(CLI::App &parser);
-Work declare_backup(CLI::App &parser);
-Work declare_restore(CLI::App &parser);
-Work declare_holders(CLI::App &parser);
-Work declare_resize(CLI::App &parser);
-Work declare_upgrade(CLI::App &parser);
-Work declare_probe(CLI::App &parser);
-Work declare_discover(CLI::App &parser);
-Work declare_scrub(CLI::App &parser);
+Work declare_show(Options &options);
+Work declare_verify(Options &options);
+Work declare_check(Options &options);
+Work declare_stamp(Options &options);
+Work declare_create(Options &options);
+Work declare_backup(Options &options);
+Work declare_restore(Options &options);
+Work declare_holders(Options &options);
+Work declare_resize(Options &options);
+Work declare_upgrade(Options &options);
+Work declare_probe(Options &options);
+Work declare_discover(Options &options);
+Work declare_scrub(Options &options);
 
 std::span<const Command> commands() {
   static constexpr Command table[] = {

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -73,7 +74,8 @@ int parse_and_run(int argc, char **argv) {
   std::vector<std::pair<CLI::App *, Work>> declared;
   for (const auto &[name, summary, declare] : commands()) {
     CLI::App *const parser = app.add_subcommand(name, summary);
-    declared.emplace_back(parser, declare(*parser));
+    Options options(*parser);
+    declared.emplace_back(parser, declare(options));
     declare_session(*parser, session);
   }
   try {

@@ -1,11 +1,11 @@
 // What every subcommand is given, and how it is declared: one file in commands/, one row in the table.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <span>
 #include <string>
 
+#include "admin/options.hpp"
 #include "admin/report/report.hpp"
 #include "admin/status.hpp"
 
@@ -20,8 +20,8 @@ struct Session {
 /// Does the work; returns the exit status. May throw a Failure.
 using Work = std::function<int(const Session &session)>;
 
-/// Adds a subcommand's own arguments to its parser, and returns its work.
-using Declare = Work (*)(CLI::App &parser);
+/// Declares a subcommand's own arguments, and returns its work.
+using Declare = Work (*)(Options &options);
 
 struct Command {
   const char *name;

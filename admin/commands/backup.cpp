@@ -46,14 +46,12 @@ report::Outcome do_it(const Arguments &arguments) {
 
 }  // namespace
 
-Work declare_backup(CLI::App &parser) {
+Work declare_backup(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_name(parser, arguments->name);
-  parser
-      .add_option("file", arguments->file,
-                  "The new file for it; below the state folder if not given")
-      ->type_name("FILE");
-  parser.add_flag("--dry-run", arguments->dry_run, "Write nothing; say what would be kept");
+  declare_name(options, arguments->name);
+  options.value({"file", "The new file for it; below the state folder if not given", "FILE"},
+                arguments->file);
+  options.flag({"--dry-run", "Write nothing; say what would be kept"}, arguments->dry_run);
   return [arguments](const Session &session) {
     const auto outcome = inspect::ask([&] { return do_it(*arguments); }, session.timeout);
     if (!outcome) throw Failure(inspect::silent(arguments->name, session.timeout).trouble);

@@ -72,13 +72,12 @@ Outcome look_and_do(const Job &job, bool really) {
 
 }  // namespace
 
-void declare_change(CLI::App &parser, ChangeArguments &arguments) {
-  declare_name(parser, arguments.name);
-  guard::declare_overruling(parser, arguments.overruled);
-  parser.add_flag("--yes", arguments.yes, "Do not ask");
-  parser.add_flag("--dry-run", arguments.dry_run, "Write nothing; say what would be written");
-  parser.add_option("--backup", arguments.backup, "Where what is there now is kept")
-      ->type_name("FILE");
+void declare_change(Options &options, ChangeArguments &arguments) {
+  declare_name(options, arguments.name);
+  guard::declare_overruling(options, arguments.overruled);
+  options.flag({"--yes", "Do not ask"}, arguments.yes);
+  options.flag({"--dry-run", "Write nothing; say what would be written"}, arguments.dry_run);
+  options.value({"--backup", "Where what is there now is kept", "FILE"}, arguments.backup);
 }
 
 int carry_out(const Session &session, const ChangeArguments &arguments, const std::string &done,

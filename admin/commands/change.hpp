@@ -31,7 +31,7 @@ struct Change {
 /// Makes the plan; called with the disk held, once for the question and once for the deed.
 using Plan = std::function<Change(const inspect::Facts &facts, const guard::Hold &hold)>;
 
-void declare_change(CLI::App &parser, ChangeArguments &arguments);
+void declare_change(Options &options, ChangeArguments &arguments);
 
 /// `done`: how a person is told of it, as "restored".
 int carry_out(const Session &session, const ChangeArguments &arguments, const std::string &done,

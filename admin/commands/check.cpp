@@ -42,11 +42,11 @@ report::Outcome tell(const inspect::Facts &facts, const guard::FileType &type,
 
 }  // namespace
 
-Work declare_check(CLI::App &parser) {
+Work declare_check(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_type(parser, arguments->type);
-  declare_names(parser, arguments->names);
-  declare_columns(parser, arguments->columns);
+  declare_type(options, arguments->type);
+  declare_names(options, arguments->names);
+  declare_columns(options, arguments->columns);
   return [arguments](const Session &session) {
     const guard::FileType &type = guard::file_type(arguments->type);
     const auto look = [&](const std::string &name) {

@@ -52,12 +52,12 @@ int run(const Session &session, const Arguments &arguments) {
 
 }  // namespace
 
-Work declare_create(CLI::App &parser) {
+Work declare_create(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_type(parser, arguments->type);
-  declare_name(parser, arguments->name);
-  declare_size(parser, arguments->size);
-  parser.add_flag("--dry-run", arguments->dry_run, "Make nothing; say what would be made");
+  declare_type(options, arguments->type);
+  declare_name(options, arguments->name);
+  declare_size(options, arguments->size);
+  options.flag({"--dry-run", "Make nothing; say what would be made"}, arguments->dry_run);
   return [arguments](const Session &session) { return run(session, *arguments); };
 }
 

@@ -179,17 +179,16 @@ int discover(const Session &session, const Arguments &arguments) {
 
 }  // namespace
 
-Work declare_discover(CLI::App &parser) {
+Work declare_discover(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  parser
-      .add_option("pattern", arguments->patterns,
-                  "Names, with the shell's wildcards in quotation marks; none: all disks")
-      ->type_name("PATTERN");
-  parser
-      .add_option("--type", arguments->type,
-                  "What it could be stamped as: vtg (if none is given) or kvs")
-      ->check(CLI::IsMember({"vtg", "kvs"}));
-  declare_columns(parser, arguments->columns);
+  options.values(
+      {"pattern", "Names, with the shell's wildcards in quotation marks; none: all disks",
+       "PATTERN"},
+      arguments->patterns);
+  options.value({"--type", "What it could be stamped as: vtg (if none is given) or kvs", "TYPE",
+                 false, types},
+                arguments->type);
+  declare_columns(options, arguments->columns);
   return [arguments](const Session &session) { return discover(session, *arguments); };
 }
 

@@ -7,24 +7,20 @@
 
 namespace vdadm {
 
-void declare_names(CLI::App &parser, std::vector<std::string> &names) {
-  parser.add_option("name", names, "Disks or files")->required()->type_name("NAME");
+void declare_names(Options &options, std::vector<std::string> &names) {
+  options.values({"name", "Disks or files", "NAME", true}, names);
 }
 
-void declare_name(CLI::App &parser, std::string &name) {
-  parser.add_option("name", name, "Disk or file")->required()->type_name("NAME");
+void declare_name(Options &options, std::string &name) {
+  options.value({"name", "Disk or file", "NAME", true}, name);
 }
 
-void declare_type(CLI::App &parser, std::string &type) {
-  parser.add_option("type", type, "vtg: voting file; kvs: registry file")
-      ->required()
-      ->type_name("TYPE")
-      ->check(CLI::IsMember({"vtg", "kvs"}));
+void declare_type(Options &options, std::string &type) {
+  options.value({"type", "vtg: voting file; kvs: registry file", "TYPE", true, types}, type);
 }
 
-void declare_columns(CLI::App &parser, std::string &columns) {
-  parser.add_option("-o,--output", columns, "Print a table of these keys, joined by commas")
-      ->type_name("KEYS");
+void declare_columns(Options &options, std::string &columns) {
+  options.value({"-o,--output", "Print a table of these keys, joined by commas", "KEYS"}, columns);
 }
 
 int tell_each(const Session &session, const std::vector<std::string> &names,

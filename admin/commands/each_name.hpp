@@ -8,11 +8,14 @@
 
 namespace vdadm {
 
+/// What files can be stamped as.
+inline const std::vector<std::string> types = {"vtg", "kvs"};
+
 /// The arguments that several subcommands have.
-void declare_names(CLI::App &parser, std::vector<std::string> &names);
-void declare_name(CLI::App &parser, std::string &name);
-void declare_type(CLI::App &parser, std::string &type);
-void declare_columns(CLI::App &parser, std::string &columns);
+void declare_names(Options &options, std::vector<std::string> &names);
+void declare_name(Options &options, std::string &name);
+void declare_type(Options &options, std::string &type);
+void declare_columns(Options &options, std::string &columns);
 
 /// Looks at one name; this may take for ever.
 using Look = std::function<report::Outcome(const std::string &name)>;

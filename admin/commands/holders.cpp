@@ -33,9 +33,9 @@ report::Outcome tell(const inspect::Facts &facts) {
 
 }  // namespace
 
-Work declare_holders(CLI::App &parser) {
+Work declare_holders(Options &options) {
   const auto name = std::make_shared<std::string>();
-  declare_name(parser, *name);
+  declare_name(options, *name);
   return [name](const Session &session) {
     const auto answer = inspect::ask(
         [&] { return tell(inspect::look_at(*name, inspect::Depth::processes)); }, session.timeout);

@@ -34,10 +34,10 @@ report::Outcome tell(const inspect::Facts &facts) {
 
 }  // namespace
 
-Work declare_probe(CLI::App &parser) {
+Work declare_probe(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_name(parser, arguments->name);
-  parser.add_flag("--export", arguments->for_udev, "Print KEY=VALUE lines for udev")->required();
+  declare_name(options, arguments->name);
+  options.flag({"--export", "Print KEY=VALUE lines for udev", "", true}, arguments->for_udev);
   return [arguments](const Session &session) {
     const auto answer = inspect::ask(
         [&] { return tell(inspect::look_at(arguments->name, inspect::Depth::header)); },

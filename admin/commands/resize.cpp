@@ -63,10 +63,10 @@ Change plan_upgrade(const Arguments &arguments, const inspect::Facts &facts,
 
 }  // namespace
 
-Work declare_resize(CLI::App &parser) {
+Work declare_resize(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_change(parser, *arguments);
-  declare_size(parser, arguments->size);
+  declare_change(options, *arguments);
+  declare_size(options, arguments->size);
   return [arguments](const Session &session) {
     return carry_out(session, *arguments, fmt::format("resized to {} bytes", arguments->size),
                      [&](const inspect::Facts &facts, const guard::Hold &hold) {
@@ -75,9 +75,9 @@ Work declare_resize(CLI::App &parser) {
   };
 }
 
-Work declare_upgrade(CLI::App &parser) {
+Work declare_upgrade(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_change(parser, *arguments);
+  declare_change(options, *arguments);
   return [arguments](const Session &session) {
     return carry_out(session, *arguments, "upgraded to the current layout",
                      [&](const inspect::Facts &facts, const guard::Hold &hold) {

@@ -57,12 +57,12 @@ Change plan(const Arguments &arguments, const inspect::Facts &facts, const guard
 
 }  // namespace
 
-Work declare_restore(CLI::App &parser) {
+Work declare_restore(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  parser.add_option("file", arguments->file, "The backup")->required()->type_name("FILE");
-  declare_change(parser, *arguments);
-  parser.add_flag("--all", arguments->everything,
-                  "Write all that the backup holds, also what stands behind block 0");
+  options.value({"file", "The backup", "FILE", true}, arguments->file);
+  declare_change(options, *arguments);
+  options.flag({"--all", "Write all that the backup holds, also what stands behind block 0"},
+               arguments->everything);
   return [arguments](const Session &session) {
     return carry_out(session, *arguments, "restored from " + arguments->file,
                      [&](const inspect::Facts &facts, const guard::Hold &hold) {

@@ -219,15 +219,18 @@ int Scrub::run() {
 
 }  // namespace
 
-Work declare_scrub(CLI::App &parser) {
+Work declare_scrub(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_names(parser, arguments->names);
-  parser.add_option("--range", arguments->range, "Read these bytes alone: FROM-TO, FROM- or -TO");
-  parser.add_option("--rate", arguments->rate, "Bytes in a second at most, such as 50M");
-  parser.add_option("--restart", arguments->restart,
-                    "Go on from where this file says, and keep it up to date until all is read");
-  parser.add_flag("--json-lines", arguments->lines,
-                  "Print JSON line by line: progress, bad ranges, results");
+  declare_names(options, arguments->names);
+  options.value({"--range", "Read these bytes alone: FROM-TO, FROM- or -TO", "RANGE"},
+                arguments->range);
+  options.value({"--rate", "Bytes in a second at most, such as 50M", "SIZE"}, arguments->rate);
+  options.value(
+      {"--restart", "Go on from where this file says, and keep it up to date until all is read",
+       "FILE"},
+      arguments->restart);
+  options.flag({"--json-lines", "Print JSON line by line: progress, bad ranges, results"},
+               arguments->lines);
   return [arguments](const Session &session) { return Scrub(session, *arguments).run(); };
 }
 

@@ -24,10 +24,10 @@ report::Outcome tell(const inspect::Facts &facts) {
 
 }  // namespace
 
-Work declare_show(CLI::App &parser) {
+Work declare_show(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_names(parser, arguments->names);
-  declare_columns(parser, arguments->columns);
+  declare_names(options, arguments->names);
+  declare_columns(options, arguments->columns);
   return [arguments](const Session &session) {
     const auto look = [](const std::string &name) {
       return tell(inspect::look_at(name, inspect::Depth::contents));

@@ -19,17 +19,14 @@ std::optional<uint64_t> parse_size(std::string_view word) {
   return number << shift;
 }
 
-void declare_size(CLI::App &parser, uint64_t &size) {
-  parser
-      .add_option_function<std::string>(
-          "--size", [&size](const std::string &word) { size = *parse_size(word); },
-          "Bytes, or a number with K, M, G or T")
-      ->required()
-      ->type_name("SIZE")
-      ->check([](const std::string &word) {
-        return parse_size(word) ? ""
-                                : word + " is no size: give bytes, or a number with K, M, G or T.";
-      });
+void declare_size(Options &options, uint64_t &size) {
+  const auto take = [&size](const std::string &word) -> std::string {
+    const auto parsed = parse_size(word);
+    if (!parsed) return word + " is no size: give bytes, or a number with K, M, G or T.";
+    size = *parsed;
+    return "";
+  };
+  options.taken({"--size", "Bytes, or a number with K, M, G or T", "SIZE", true}, take);
 }
 
 }  // namespace vdadm

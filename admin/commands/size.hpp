@@ -1,10 +1,11 @@
 // Sizes as people write them.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "admin/options.hpp"
 
 namespace vdadm {
 
@@ -12,6 +13,6 @@ namespace vdadm {
 std::optional<uint64_t> parse_size(std::string_view word);
 
 /// Adds --size SIZE: a number of bytes, or with K, M, G or T behind it (KiB and so on mean the same).
-void declare_size(CLI::App &parser, uint64_t &size);
+void declare_size(Options &options, uint64_t &size);
 
 }  // namespace vdadm

@@ -128,15 +128,15 @@ int run(const Session &session, const Arguments &arguments) {
 
 }  // namespace
 
-Work declare_stamp(CLI::App &parser) {
+Work declare_stamp(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_type(parser, arguments->type);
-  declare_name(parser, arguments->name);
-  guard::declare_overruling(parser, arguments->overruled);
-  parser.add_flag("--yes", arguments->yes, "Do not ask");
-  parser.add_flag("--dry-run", arguments->dry_run, "Write nothing; say what would be written");
-  parser.add_flag("--wipe", arguments->wipe, "Remove the other signatures, too");
-  parser.add_option("--backup", arguments->backup, "Where what is lost is kept")->type_name("FILE");
+  declare_type(options, arguments->type);
+  declare_name(options, arguments->name);
+  guard::declare_overruling(options, arguments->overruled);
+  options.flag({"--yes", "Do not ask"}, arguments->yes);
+  options.flag({"--dry-run", "Write nothing; say what would be written"}, arguments->dry_run);
+  options.flag({"--wipe", "Remove the other signatures, too"}, arguments->wipe);
+  options.value({"--backup", "Where what is lost is kept", "FILE"}, arguments->backup);
   return [arguments](const Session &session) { return run(session, *arguments); };
 }
 

@@ -122,18 +122,17 @@ report::Outcome tell(const Facts &facts, const Arguments &arguments) {
 
 }  // namespace
 
-Work declare_verify(CLI::App &parser) {
+Work declare_verify(Options &options) {
   const auto arguments = std::make_shared<Arguments>();
-  declare_names(parser, arguments->names);
-  declare_columns(parser, arguments->columns);
-  parser.add_option("--type", arguments->type, "The type that it should have: vtg or kvs")
-      ->check(CLI::IsMember({"vtg", "kvs"}));
-  parser
-      .add_option_function<std::string>(
-          "--against",
-          [arguments](const std::string &file) { arguments->against = backup::load(file); },
-          "A backup that block 0 should equal")
-      ->type_name("BACKUP");
+  declare_names(options, arguments->names);
+  declare_columns(options, arguments->columns);
+  options.value({"--type", "The type that it should have: vtg or kvs", "TYPE", false, types},
+                arguments->type);
+  const auto take = [arguments](const std::string &file) {
+    arguments->against = backup::load(file);
+    return "";
+  };
+  options.taken({"--against", "A backup that block 0 should equal", "BACKUP"}, take);
   return [arguments](const Session &session) {
     const auto silent = [&](const Facts &facts) { return tell(facts, *arguments); };
     const auto look = [&](const std::string &name) {

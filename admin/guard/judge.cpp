@@ -53,22 +53,18 @@ std::vector<std::string> sentences(const std::string &name,
   return lines;
 }
 
-void declare_overruling(CLI::App &parser, std::vector<std::string> &overruled) {
-  parser
-      .add_option("--overrule", overruled,
-                  fmt::format("Go on in spite of this objection ({}); repeatable",
-                              fmt::join(overrulable_names(), ", ")))
-      ->type_name("NAME")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->allow_extra_args(false)
-      ->check([](const std::string &name) {
-        for (const std::string &known : overrulable_names()) {
-          if (name == known) return std::string();
-        }
-        return fmt::format("{} is no objection that can be overruled; these can: {}.", name,
-                           fmt::join(overrulable_names(), ", "));
-      });
+void declare_overruling(Options &options, std::vector<std::string> &overruled) {
+  const auto known = overrulable_names();
+  const std::string all = fmt::format("{}", fmt::join(known, ", "));
+  const auto take = [&overruled, known, all](const std::string &name) -> std::string {
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+      return fmt::format("{} is no objection that can be overruled; these can: {}.", name, all);
+    }
+    overruled.push_back(name);
+    return "";
+  };
+  const auto help = fmt::format("Go on in spite of this objection ({}); repeatable", all);
+  options.repeated({"--overrule", help, "NAME"}, take);
 }
 
 }  // namespace vdadm::guard

@@ -1,9 +1,8 @@
 // The look at a disk that is to be stamped, and the verdict.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "admin/guard/guard.hpp"
+#include "admin/options.hpp"
 
 namespace vdadm::guard {
 
@@ -27,6 +26,6 @@ std::vector<std::string> sentences(const std::string &name,
                                    const std::vector<Objection> &objections);
 
 /// Adds --overrule NAME, repeatable; a name that is no objection's, or cannot be overruled, is refused.
-void declare_overruling(CLI::App &parser, std::vector<std::string> &overruled);
+void declare_overruling(Options &options, std::vector<std::string> &overruled);
 
 }  // namespace vdadm::guard
