@@ -44,6 +44,7 @@ report::Object describe(const Facts &facts, const std::vector<Objection> &object
 std::vector<std::string> sentences(const std::string &name,
                                    const std::vector<Objection> &objections) {
   std::vector<std::string> lines;
+  lines.reserve(objections.size());
   for (const Objection &objection : objections) {
     lines.push_back(fmt::format(
         "{}: {}: {}{}", name, objection.name, objection.message,
