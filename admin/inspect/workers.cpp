@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "admin/inspect/child.hpp"
 #include "admin/inspect/descriptor.hpp"
 #include "admin/status.hpp"
 
@@ -47,15 +47,6 @@ void write_all(int fd, const std::string &bytes) {
   }
 }
 
-/// Whoever waits for the end of what we have open must not wait for a child that hangs.
-void let_go_of_everything_but(int kept) {
-  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nowhere, fd);
-  const unsigned first = STDERR_FILENO + 1, middle = static_cast<unsigned>(kept);
-  if (middle > first) close_range(first, middle - 1, 0);
-  close_range(middle + 1, ~0U, 0);
-}
-
 class Worker {
  public:
   Worker(const Question &question, double seconds)
@@ -65,15 +56,8 @@ class Worker {
     if (pipe2(ends, O_CLOEXEC) != 0) throw Failure("No pipe can be made for a child process.");
     pipe_ = Descriptor(ends[0]);
     Descriptor answer(ends[1]);
-    const pid_t parent = getpid();
-    child_ = fork();
+    child_ = start_child(answer.get(), [&] { write_all(answer.get(), answer_to(question)); });
     if (child_ < 0) throw Failure("No child process can be started.");
-    if (child_ != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(unknown);
-    let_go_of_everything_but(answer.get());
-    write_all(answer.get(), answer_to(question));
-    _exit(0);
   }
   Worker(Worker &&other) noexcept
       : pipe_(std::move(other.pipe_)),
